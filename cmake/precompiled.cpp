@@ -1,0 +1,1 @@
+// Exists so that the common headers are compiled once; see the top CMakeLists.txt.

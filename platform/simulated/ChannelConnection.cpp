@@ -1,0 +1,191 @@
+#include "platform/simulated/ChannelConnection.h"
+
+#include <asio/buffer.hpp>
+#include <asio/post.hpp>
+#include <asio/write.hpp>
+#include <cerrno>
+
+#include "platform/simulated/Faults.h"
+#include "platform/simulated/Limits.h"
+
+namespace platform {
+
+void PendingMessage::release() {
+  if (_released.exchange(true)) return;
+  if (const std::shared_ptr<ChannelPeer::Impl> connection = _connection.lock()) {
+    connection->messageDone(_bytes);
+  }
+}
+
+ChannelPeer::Impl::Impl(Descriptor connected, PeerIdentity peer,
+                        std::unique_ptr<ConnectionTicket> ticket)
+    : _identity(std::move(peer)),
+      _queue("channel peer " + std::to_string(_identity.pid)),
+      _socket(ChannelNetwork()),
+      _ticket(std::move(ticket)) {
+  std::error_code error;
+  _socket.assign(asio::local::stream_protocol(), connected.get(), error);
+  if (!error) (void)connected.release();  // else the socket stays closed and the first read fails
+  _socket.non_blocking(true, error);
+}
+
+int ChannelPeer::Impl::setRequirement(const std::string& requirement) {
+  if (_activated) return EINVAL;
+  if (const auto fault = TakeServiceFault("channel.setCodeSigningRequirement", {requirement})) {
+    return fault->serviceError();
+  }
+  const std::optional<bool> satisfied = EvaluateRequirement(requirement, _identity.signature);
+  if (!satisfied) return EINVAL;
+  _refused = !*satisfied;
+  return 0;
+}
+
+void ChannelPeer::Impl::setHandler(Handler handler) {
+  auto shared = std::make_shared<Handler>(std::move(handler));
+  const std::lock_guard lock(_mutex);
+  _handler.swap(shared);
+}
+
+void ChannelPeer::Impl::activate() {
+  if (_activated.exchange(true)) return;
+  asio::post(ChannelNetwork(), [self = shared_from_this()] {
+    if (self->_closed) return;
+    self->_self = self;
+    self->waitForInput();
+  });
+}
+
+void ChannelPeer::Impl::cancel() {
+  if (_cancelled.exchange(true)) return;
+  asio::post(ChannelNetwork(), [self = shared_from_this()] { self->close(); });
+}
+
+void ChannelPeer::Impl::send(const ChannelReply& reply) {
+  const std::shared_ptr<ChannelReply::Impl> impl = reply.impl();
+  if (impl->connection != this || impl->sent.exchange(true)) return;
+  std::optional<std::string> bytes = EncodeReply(impl->number, impl->entries);
+  if (!bytes) return cancel();  // a peer must not wait for a reply that cannot be sent
+  asio::post(ChannelNetwork(), [self = shared_from_this(), text = std::move(*bytes)]() mutable {
+    self->enqueue(std::move(text));
+  });
+  impl->pending->release();
+}
+
+void ChannelPeer::Impl::messageDone(std::size_t bytes) {
+  asio::post(ChannelNetwork(), [self = shared_from_this(), bytes] {
+    --self->_pendingMessages;
+    self->_pendingBytes -= bytes;
+    if (!self->_closed && !self->_waiting) self->takeFrames();
+  });
+}
+
+void ChannelPeer::Impl::waitForInput() {
+  _waiting = true;
+  _socket.async_wait(asio::socket_base::wait_read,
+                     [self = shared_from_this()](const std::error_code& error) {
+                       self->_waiting = false;
+                       if (self->_closed) return;
+                       return error ? self->close() : self->takeInput();
+                     });
+}
+
+void ChannelPeer::Impl::takeInput() {
+  // A buffer for all connections, because an idle one shall cost none.
+  static char buffer[kChannelReadBytes];
+  std::error_code error;
+  const std::size_t count = _socket.read_some(asio::buffer(buffer), error);
+  if (error == asio::error::would_block) return waitForInput();
+  if (error) return close();
+  _input.append(buffer, count);
+  takeFrames();
+}
+
+void ChannelPeer::Impl::takeFrames() {
+  std::string_view rest = _input;
+  FrameState state = FrameState::kComplete;
+  while (state == FrameState::kComplete && !_closed && !stalled()) {
+    Frame frame;
+    state = TakeFrame(rest, frame);
+    if (state == FrameState::kComplete) takeFrame(std::move(frame));
+  }
+  if (state == FrameState::kBroken) close();
+  if (_closed) return;
+  _input.erase(0, _input.size() - rest.size());
+  if (_input.empty()) _input.shrink_to_fit();
+  if (!stalled()) waitForInput();
+}
+
+void ChannelPeer::Impl::takeFrame(Frame frame) {
+  if (_refused) {
+    deliver(ChannelError::kPeerCodeSigningRequirement);
+    return close();
+  }
+  const std::size_t bytes = frame.dictionary.size();
+  ++_pendingMessages;
+  _pendingBytes += bytes;
+  auto pending = std::make_shared<PendingMessage>(weak_from_this(), bytes);
+  deliver(ChannelMessage(std::shared_ptr<ChannelMessage::Impl>(
+      new ChannelMessage::Impl{std::move(frame), std::move(pending), this})));
+}
+
+bool ChannelPeer::Impl::stalled() const {
+  return _pendingMessages >= kMaximumPendingMessages || _pendingBytes >= kMaximumPendingBytes;
+}
+
+void ChannelPeer::Impl::enqueue(std::string bytes) {
+  if (_closed) return;
+  if (bytes.size() > kMaximumUnsentBytes - _unsentBytes) return close();
+  _unsentBytes += bytes.size();
+  _output.push_back(std::move(bytes));
+  if (_output.size() == 1) sendNext();
+}
+
+void ChannelPeer::Impl::sendNext() {
+  asio::async_write(_socket, asio::buffer(_output.front()),
+                    [self = shared_from_this()](const std::error_code& error, std::size_t) {
+                      self->finishWrite(error);
+                    });
+}
+
+void ChannelPeer::Impl::finishWrite(const std::error_code& error) {
+  if (error) close();
+  if (_closed) return _output.clear();
+  _unsentBytes -= _output.front().size();
+  _output.pop_front();
+  if (!_output.empty()) sendNext();
+}
+
+void ChannelPeer::Impl::close() {
+  if (_closed) return;
+  _closed = true;
+  std::error_code ignored;  // the descriptor is gone whatever close says
+  _socket.close(ignored);
+  _ticket.reset();
+  _input = std::string();
+  _queue.async([self = shared_from_this()] { self->handleEnd(); });
+  _self.reset();
+}
+
+void ChannelPeer::Impl::deliver(ChannelPeerEvent event) {
+  _queue.async([self = shared_from_this(), event = std::move(event)] { self->handle(event); });
+}
+
+void ChannelPeer::Impl::handle(const ChannelPeerEvent& event) {
+  std::shared_ptr<Handler> handler;
+  {
+    const std::lock_guard lock(_mutex);
+    handler = _handler;
+  }
+  if (handler != nullptr && *handler && !_cancelled) (*handler)(event);
+}
+
+void ChannelPeer::Impl::handleEnd() {
+  std::shared_ptr<Handler> handler;
+  {
+    const std::lock_guard lock(_mutex);
+    handler.swap(_handler);  // released after its last event; it usually holds this connection
+  }
+  if (handler != nullptr && *handler) (*handler)(ChannelError::kConnectionInvalid);
+}
+
+}  // namespace platform

@@ -1,0 +1,30 @@
+// The one thread that does the command channel's input and output, and its count of connections.
+#pragma once
+
+#include <sys/types.h>
+
+#include <asio/io_context.hpp>
+#include <memory>
+
+namespace platform {
+
+/// The channel's event loop with a thread of its own. Started on first use and never destroyed,
+/// because its thread may be running while the process exits.
+asio::io_context& ChannelNetwork();
+
+/// One of the connections that the limits allow; given back by its destructor. Any thread.
+class ConnectionTicket {
+ public:
+  /// Nothing when there are too many connections of this process or in all.
+  static std::unique_ptr<ConnectionTicket> take(pid_t pid);
+  ~ConnectionTicket();
+  ConnectionTicket(const ConnectionTicket&) = delete;
+  ConnectionTicket& operator=(const ConnectionTicket&) = delete;
+
+ private:
+  explicit ConnectionTicket(pid_t pid) : _pid(pid) {}
+
+  pid_t _pid;
+};
+
+}  // namespace platform

@@ -1,0 +1,48 @@
+// Everything that a peer or a file can make the simulated platform allocate has its limit here.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+
+namespace platform {
+
+/// Longest file of the simulated Mac that is read whole.
+inline constexpr std::size_t kMaximumFileBytes = 16 * 1024 * 1024;
+
+/// Longest code signature file beside an executable.
+inline constexpr std::size_t kMaximumSignatureBytes = 16 * 1024;
+
+/// Longest requirement text, and its deepest nesting of parentheses and negations.
+inline constexpr std::size_t kMaximumRequirementBytes = 16 * 1024;
+inline constexpr int kMaximumRequirementDepth = 64;
+
+/// Longest frame of the command channel, its length field not counted.
+inline constexpr std::uint32_t kMaximumFrameBytes = 1024 * 1024;
+
+/// How many bytes one read from a peer asks for; a connection's buffer grows by what arrives.
+inline constexpr std::size_t kChannelReadBytes = 16 * 1024;
+
+/// Messages of one connection that may wait for their handler or for their replies, and their
+/// bytes. Beyond either, reading from the connection stops until one of them is done with.
+inline constexpr std::size_t kMaximumPendingMessages = 64;
+inline constexpr std::size_t kMaximumPendingBytes = 1024 * 1024;
+
+/// How many bytes of replies may wait for one peer to read; beyond that it loses its connection.
+inline constexpr std::size_t kMaximumUnsentBytes = 4 * 1024 * 1024;
+
+/// Connections of one process and of all together. One process alone can take a sixteenth of the
+/// whole, so that a peer that opens connections without end keeps nobody else out.
+inline constexpr std::size_t kMaximumConnectionsPerProcess = 64;
+inline constexpr std::size_t kMaximumConnections = 1024;
+
+/// Descriptors that a process with a listener asks for: twice the connections, and room for files.
+inline constexpr std::uint64_t kListenerDescriptors = 4096;
+
+/// How long a listener waits when the system has no descriptor left for a new connection.
+inline constexpr std::chrono::milliseconds kAcceptPause{100};
+
+/// Redirects that one HTTP exchange follows.
+inline constexpr long kMaximumRedirects = 16;
+
+}  // namespace platform

@@ -1,0 +1,65 @@
+#include "simulator/mac/Children.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "simulator/mac/Descriptor.h"
+
+namespace simmac {
+namespace {
+
+/// The parent of a process by its "stat": the number after the state, which follows the name in
+/// parentheses. 0 when the process is gone.
+pid_t ParentOf(int proc, const std::string& pid) {
+  const Descriptor file(openat(proc, (pid + "/stat").c_str(), O_RDONLY | O_CLOEXEC));
+  char text[512];
+  const ssize_t size = file.valid() ? read(file.get(), text, sizeof text - 1) : 0;
+  if (size <= 0) return 0;
+  text[size] = '\0';
+  const char* nameEnd = std::strrchr(text, ')');
+  int parent = 0;
+  return nameEnd && std::sscanf(nameEnd, ") %*c %d", &parent) == 1 ? parent : 0;
+}
+
+void SignalChildren(int proc) {
+  DIR* directory = fdopendir(openat(proc, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!directory) return;
+  while (const dirent* entry = readdir(directory)) {
+    const pid_t pid = std::atoi(entry->d_name);
+    if (pid > 0 && ParentOf(proc, entry->d_name) == getpid()) (void)kill(pid, SIGKILL);
+  }
+  closedir(directory);
+}
+
+}  // namespace
+
+void AdoptOrphans() { (void)prctl(PR_SET_CHILD_SUBREAPER, 1); }
+
+void CollectChildren(const std::function<void(pid_t, int)>& ended) {
+  int status = 0;
+  for (pid_t pid; (pid = waitpid(-1, &status, WNOHANG)) > 0;) ended(pid, status);
+}
+
+void KillChildren(int proc) {
+  // One round kills the present children; their own become ours and are met in the next one.
+  do {
+    SignalChildren(proc);
+  } while (waitpid(-1, nullptr, 0) > 0 || errno == EINTR);
+}
+
+int ExitStatus(int waitStatus) {
+  constexpr int kSignalled = 128;
+  return WIFSIGNALED(waitStatus) ? kSignalled + WTERMSIG(waitStatus) : WEXITSTATUS(waitStatus);
+}
+
+}  // namespace simmac

@@ -1,0 +1,23 @@
+// The end of a process's children.
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+
+namespace simmac {
+
+/// Makes orphans below the calling process its children, so that none of them gets away.
+void AdoptOrphans();
+
+/// Collects every child that has ended and tells of it: process id, wait status.
+void CollectChildren(const std::function<void(pid_t, int)>& ended);
+
+/// Kills all children, and what they leave behind, and waits until there are none. `proc` is a
+/// descriptor of /proc.
+void KillChildren(int proc);
+
+/// A wait status as programs pass it on: the exit status, or 128 and the signal's number.
+int ExitStatus(int waitStatus);
+
+}  // namespace simmac

@@ -1,0 +1,61 @@
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <csignal>
+
+#include "platform/simulated/MacFiles.h"
+#include "simulator/mac/Children.h"
+#include "simulator/mac/SignalWaiter.h"
+#include "simulator/mac/Spawn.h"
+#include "simulator/mac/commands/Commands.h"
+
+namespace simmac {
+namespace {
+
+using platform::MacTree;
+using platform::MacUser;
+
+std::optional<MacUser> FindUser(const MacTree& mac, const std::string& text) {
+  uid_t uid = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, uid);
+  if (error == std::errc() && stop == end) return mac.userWithUid(uid);
+  return mac.userNamed(text.empty() ? "root" : text);
+}
+
+/// Waits for the command, which hears of it when simmac is told to end.
+int WaitFor(pid_t command, SignalWaiter& signals) {
+  std::optional<int> status;
+  while (!status) {
+    const std::optional<int> signal = signals.wait(std::nullopt);
+    if (signal && *signal != SIGCHLD) (void)kill(command, *signal);
+    CollectChildren([command, &status](pid_t pid, int waitStatus) {
+      if (pid == command) status = ExitStatus(waitStatus);
+    });
+  }
+  return *status;
+}
+
+}  // namespace
+
+int RunInMac(const std::string& root, const RunOptions& options) {
+  if (!IsMac(root)) return 1;
+  const Descriptor proc = OpenProc();
+  if (chroot(root.c_str()) != 0 || chdir("/") != 0) return Refuse(root + " cannot be entered.");
+  const std::optional<MacUser> user = FindUser(MacTree(), options.user);
+  if (!user) return Refuse("There is no account " + options.user + ".");
+  SignalWaiter signals({SIGCHLD, SIGTERM, SIGINT, SIGHUP});
+  SpawnRequest request;
+  request.arguments = options.command;
+  request.environment = UserEnvironment(*user);
+  request.environment.emplace_back(platform::kMacProcVariable, std::to_string(proc.get()));
+  request.directory = user->home;
+  request.inherited = {proc.get()};
+  request.newSession = true;
+  request.user = user;
+  const pid_t command = Spawn(request);
+  return command > 0 ? WaitFor(command, signals) : Refuse("No process can be started.");
+}
+
+}  // namespace simmac

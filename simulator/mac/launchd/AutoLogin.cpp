@@ -1,0 +1,71 @@
+#include "simulator/mac/launchd/AutoLogin.h"
+
+#include <array>
+
+namespace simmac {
+namespace {
+
+using platform::MacTree;
+using platform::MacUser;
+
+constexpr std::array<unsigned char, 11> kKey = {0x7D, 0x89, 0x52, 0x23, 0xD2, 0xBC,
+                                                0xDD, 0xEA, 0xA3, 0xB9, 0x1F};
+constexpr char kUserKey[] = "autoLoginUser";
+
+std::string Masked(const std::string& bytes) {
+  std::string masked = bytes;
+  for (std::size_t i = 0; i < masked.size(); ++i) {
+    masked[i] = static_cast<char>(static_cast<unsigned char>(masked[i]) ^ kKey[i % kKey.size()]);
+  }
+  return masked;
+}
+
+std::string PreferredUser(const MacTree& mac) {
+  const Json list =
+      mac.readPropertyList(platform::kMacLoginWindowPreferences).value_or(Json::object());
+  const bool known = list.is_object() && list.contains(kUserKey) && list[kUserKey].is_string();
+  return known ? list[kUserKey].get<std::string>() : "";
+}
+
+}  // namespace
+
+std::string DecodeAutoLoginPassword(const std::string& bytes) {
+  const std::string password = Masked(bytes);
+  return password.substr(0, password.find('\0'));
+}
+
+std::string EncodeAutoLoginPassword(const std::string& password) {
+  constexpr std::size_t kBlock = 12;
+  std::string padded = password;
+  // At least one zero byte ends the password.
+  padded.resize((password.size() / kBlock + 1) * kBlock);
+  return Masked(padded);
+}
+
+AutoLogin DecideAutoLogin(const MacTree& mac) {
+  const std::string name = PreferredUser(mac);
+  if (name.empty()) return {std::nullopt, "nobody signs in automatically"};
+  const std::optional<MacUser> user = mac.userNamed(name);
+  if (!user) return {std::nullopt, "there is no account " + name + " to sign in"};
+  const std::optional<std::string> bytes = mac.read(platform::kMacAutoLoginPassword);
+  if (!bytes) return {std::nullopt, "there is no stored password"};
+  const bool matches =
+      user->passwordHash &&
+      platform::MacPasswordMatches(DecodeAutoLoginPassword(*bytes), *user->passwordHash);
+  if (!matches) return {std::nullopt, "the stored password does not match"};
+  return {user, "auto-login for " + name};
+}
+
+bool StoreAutoLogin(const MacTree& mac, const std::string& name, const std::string& password) {
+  constexpr mode_t kPreferencesMode = 0644;
+  constexpr mode_t kPasswordMode = 0600;
+  Json list = mac.readPropertyList(platform::kMacLoginWindowPreferences).value_or(Json::object());
+  if (!list.is_object()) list = Json::object();
+  list[kUserKey] = name;
+  return mac.writePropertyList(platform::kMacLoginWindowPreferences, list,
+                               platform::PropertyListFormat::kBinary, kPreferencesMode) &&
+         mac.replace(platform::kMacAutoLoginPassword, EncodeAutoLoginPassword(password),
+                     kPasswordMode);
+}
+
+}  // namespace simmac

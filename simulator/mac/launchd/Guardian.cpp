@@ -1,0 +1,55 @@
+#include "simulator/mac/launchd/Guardian.h"
+
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "simulator/mac/Children.h"
+#include "simulator/mac/SignalWaiter.h"
+#include "simulator/mac/Spawn.h"
+
+namespace simmac {
+namespace {
+
+[[noreturn]] void RunGuarded(const std::function<int()>& work, pid_t guardian) {
+  const bool guarded = prctl(PR_SET_PDEATHSIG, kEndAtOnce) == 0 && getppid() == guardian;
+  const int status = guarded ? work() : 1;
+  _exit(status);
+}
+
+int WaitFor(pid_t child, SignalWaiter& signals) {
+  std::optional<int> status;
+  while (!status) {
+    const std::optional<int> signal = signals.wait(std::nullopt);
+    if (signal && *signal != SIGCHLD) (void)kill(child, SIGTERM);
+    CollectChildren([child, &status](pid_t pid, int waitStatus) {
+      if (pid == child) status = ExitStatus(waitStatus);
+    });
+  }
+  return *status;
+}
+
+}  // namespace
+
+int Guard(const std::function<int()>& work) {
+  const pid_t guardian = getpid();
+  const Descriptor proc = OpenProc();
+  AdoptOrphans();
+  // Blocked before the child is there, so that none of them is lost.
+  SignalWaiter signals({SIGCHLD, SIGTERM, SIGINT});
+  const pid_t child = fork();
+  if (child < 0) {
+    (void)std::fprintf(stderr, "simmac: %s.\n", std::strerror(errno));
+    return 1;
+  }
+  if (child == 0) RunGuarded(work, guardian);
+  const int status = WaitFor(child, signals);
+  KillChildren(proc.get());
+  return status;
+}
+
+}  // namespace simmac
