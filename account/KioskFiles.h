@@ -1,0 +1,30 @@
+// Reading files, and writing them safely: never through a symbolic link, whole or not at all, with
+// explicit owner and mode. Any thread.
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+
+#include "account/KioskDescriptor.h"
+
+/// The whole content of a file, or nothing when it cannot be read.
+std::optional<std::string> KioskReadFile(const std::string& path);
+
+/// Opens a directory, given by its absolute path, without following a link anywhere on the way.
+/// Nothing in the result after one log line on failure.
+KioskDescriptor KioskOpenDirectory(const std::string& path);
+
+/// Replaces the file `name` in the directory by one with exactly this content, mode and owner. What
+/// is at the name, a link included, is replaced, never written through. False after one log line on
+/// failure: the old file is untouched then and no temporary file is left.
+[[nodiscard]] bool KioskWriteAt(int directory, const std::string& name, const std::string& data,
+                                mode_t mode, uid_t owner, gid_t group);
+
+/// KioskWriteAt in the directory of the absolute `path`, opened with KioskOpenDirectory.
+[[nodiscard]] bool KioskWriteFile(const std::string& path, const std::string& data, mode_t mode,
+                                  uid_t owner, gid_t group);
+
+/// Removes a file; that there is none is no failure. Others are logged.
+void KioskRemoveFile(const std::string& path);

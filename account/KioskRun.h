@@ -1,0 +1,20 @@
+// Running the system's tools.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+/// Runs the tool at the absolute `path` with `arguments` (the program's name left out), standard
+/// input on the null device, and waits for its end, without a time limit. Returns its exit status,
+/// the number of the signal that ended it, or -1 after one log line when it could not be started.
+/// `output`, if given, receives standard output and error together without white space at either
+/// end (empty when they are not UTF-8); it is left as it was when the tool did not start. The child
+/// inherits environment and working directory, no descriptor but 0, 1 and 2, and no blocked or
+/// ignored signal of the daemon's. Any thread.
+std::int32_t KioskRun(const std::string& path, const std::vector<std::string>& arguments,
+                      std::string* output = nullptr);
+
+/// Runs a tool as above and logs a status other than 0 together with the tool's output. True when
+/// the status is 0. Any thread.
+bool KioskRunChecked(const std::string& path, const std::vector<std::string>& arguments);

@@ -1,0 +1,105 @@
+// The state dictionary, its file, and the published status.
+#include "core/KioskDaemon.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "account/KioskAppBundle.h"
+#include "account/KioskFiles.h"
+#include "core/KioskJson.h"
+#include "core/KioskLog.h"
+#include "core/KioskVersion.h"
+#include "portal/KioskCheckIn.h"
+
+namespace {
+
+constexpr char kVendorDir[] = "/Library/Application Support/Brindlex";
+constexpr char kStateDir[] = "/Library/Application Support/Brindlex/Kiosk";
+constexpr char kStateFile[] = "/Library/Application Support/Brindlex/Kiosk/state.json";
+constexpr mode_t kVendorDirMode = 0755;
+constexpr mode_t kStateDirMode = 0711;
+constexpr mode_t kStateFileMode = 0600;
+constexpr mode_t kPermissionBits = 07777;
+
+}  // namespace
+
+KioskDaemon::KioskDaemon() : _queue(kKioskServiceName) {}
+
+std::shared_ptr<const Json> KioskDaemon::published() const {
+  const std::lock_guard lock(_publishedLock);
+  return _published;
+}
+
+std::optional<std::string> KioskDaemon::string(const char* key) const {
+  const Json& value = KioskMember(_state, key);
+  if (!value.is_string() || value.get_ref<const std::string&>().empty()) return std::nullopt;
+  return value.get<std::string>();
+}
+
+bool KioskDaemon::flag(const char* key) const {
+  return KioskTruth(KioskMember(_state, key)).value_or(false);
+}
+
+std::string KioskDaemon::authBaseUrl() const {
+  return string("authBaseUrl").value_or(KIOSKD_DEFAULT_PORTAL_URL);
+}
+
+std::string KioskDaemon::appVersion() const {
+  const std::optional<platform::HostBundle> bundle = KioskAppBundle();
+  return bundle && bundle->shortVersion ? *bundle->shortVersion : kKioskVersion;
+}
+
+void KioskDaemon::ensureStateDir() const {
+  // Existing directories are the normal case; what is wrong with them shows below.
+  static_cast<void>(mkdir(kVendorDir, kVendorDirMode));
+  static_cast<void>(mkdir(kStateDir, kStateDirMode));
+  struct stat info = {};
+  if (lstat(kStateDir, &info) != 0 || !S_ISDIR(info.st_mode)) {
+    KioskLogError("%@ is not a directory", kStateDir);
+    return;
+  }
+  // A failed repair shows as a failed save, which is logged.
+  if (info.st_uid != 0 || info.st_gid != 0) static_cast<void>(lchown(kStateDir, 0, 0));
+  if ((info.st_mode & kPermissionBits) != kStateDirMode) {
+    static_cast<void>(chmod(kStateDir, kStateDirMode));
+  }
+}
+
+void KioskDaemon::load() {
+  const std::optional<std::string> text = KioskReadFile(kStateFile);
+  if (!text) return;
+  std::optional<Json> state = KioskJsonParse(*text);
+  if (!state || !state->is_object()) {
+    KioskLogError("%@ is unreadable; starting unenrolled", kStateFile);
+    return;
+  }
+  _state = std::move(*state);
+}
+
+void KioskDaemon::save() {
+  if (const std::optional<std::string> text = KioskJsonText(_state)) {
+    // A failed write has been logged; memory stays the truth and the next save tries again.
+    static_cast<void>(KioskWriteFile(kStateFile, *text, kStateFileMode, 0, 0));
+  }
+  publish();
+}
+
+void KioskDaemon::publish() {
+  static const Json defaultSignIn = KioskDefaultSignIn();
+  const Json& signIn = KioskMember(_state, "signIn");
+  auto snapshot =
+      std::make_shared<Json>(Json{{"ok", true},
+                                  {"enrolled", string("token") ? 1 : 0},
+                                  {"provisioned", flag("provisioned")},
+                                  {"maintenance", flag("maintenance")},
+                                  {"account", kKioskAccountName},
+                                  {"terminalName", string("terminalName").value_or("")},
+                                  {"signIn", signIn.is_object() ? signIn : defaultSignIn}});
+  if (const std::optional<std::string> error = string("lastError")) (*snapshot)["error"] = *error;
+  uid_t uid = 0;
+  if (ownAccount(&uid)) (*snapshot)["uid"] = static_cast<std::uint32_t>(uid);
+  const std::lock_guard lock(_publishedLock);
+  _published = std::move(snapshot);
+}

@@ -1,0 +1,150 @@
+// The daemon's one central object.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "core/KioskError.h"
+#include "platform/Json.h"
+#include "platform/Queue.h"
+
+/// The identity of a request's sender.
+struct KioskPeer {
+  std::uint32_t uid = 0;  ///< effective user id
+  std::int32_t asid = 0;  ///< audit session id
+};
+
+/// How a check-in ended.
+enum class KioskCheckInOutcome {
+  kEnrolled = 0,     ///< the portal answered and the device is enrolled
+  kStop = 1,         ///< no token, or the device was torn down
+  kUnreachable = 2,  ///< not reached, or an answer that is not understood
+};
+
+/// Holds all state and implements the command handlers, the check-in and provisioning. Always owned
+/// by a shared pointer: timers and delayed work hold it weakly. Every method runs on the work queue
+/// unless it says otherwise; failures are values.
+class KioskDaemon : public std::enable_shared_from_this<KioskDaemon> {
+ public:
+  KioskDaemon();
+
+  /// The work queue. Any thread.
+  const platform::Queue& queue() const { return _queue; }
+
+  /// The status snapshot last published, or nothing before the first. Any thread.
+  std::shared_ptr<const Json> published() const;
+
+  // --- core: start-up and the check-in timer -----------------------------------------------------
+
+  /// Brings a fresh daemon to its running state: state directory and file, the account reconciled,
+  /// maintenance over, status published, the first check-in armed when enrolled.
+  void start();
+
+  /// (Re)arms the one check-in timer to fire once, `seconds` from now.
+  void scheduleCheckInAfter(double seconds);
+
+  /// Checks in and arms the next check-in, unless the device is not or no longer enrolled.
+  void timerFired();
+
+  // --- core: dispatch ----------------------------------------------------------------------------
+
+  /// Hands a request to the handler of its "cmd" and returns that handler's reply.
+  Json handle(const Json& request, KioskPeer peer);
+
+  /// The published snapshot as the peer with effective user id `peerUid` may see it. Any thread.
+  Json status(std::uint32_t peerUid) const;
+
+  // --- portal: check-in --------------------------------------------------------------------------
+
+  /// Reports to the portal and applies its answer. Blocks for the exchange.
+  KioskCheckInOutcome checkIn();
+
+  /// The stored policy under `key` ("power", "powerLocal", "updates") as its parser normalises it;
+  /// nothing when it is absent or invalid.
+  std::optional<Json> policy(const char* key) const;
+
+  // --- portal: pairing and restart ---------------------------------------------------------------
+
+  /// "pair.begin": registers the Mac and returns the code to show.
+  Json pairBegin();
+
+  /// "pair.check": asks whether the code (any JSON value) was claimed, enrols when it was, and
+  /// schedules the restart the first time the device is found provisioned.
+  Json pairCheck(const Json& code);
+
+  /// "restart.now": restarts at once when a restart is pending. The kiosk account may not ask.
+  Json restartNowRequest(std::uint32_t peerUid);
+
+  // --- account: provisioning ---------------------------------------------------------------------
+
+  /// The reason why this Mac cannot become a kiosk, or nothing.
+  KioskError preflight() const;
+
+  /// Makes the Mac a kiosk, or says why not, and records the outcome in the state file.
+  void provision();
+
+  // --- account: teardown -------------------------------------------------------------------------
+
+  /// Whether the live kiosk account is the one this daemon created. `uid`, if given, is filled
+  /// whenever an account of that name exists.
+  bool ownAccount(uid_t* uid = nullptr) const;
+
+  /// Forgets an account that this daemon created and that is gone.
+  void reconcileAccount();
+
+  /// Keeps the daemon's own account out of the administrator groups.
+  void enforce();
+
+  /// Removes the kiosk configuration and the enrolment; `reason` is for the log.
+  void teardown(const std::string& reason);
+
+ private:
+  // core: state
+  std::optional<std::string> string(const char* key) const;
+  bool flag(const char* key) const;
+  std::string authBaseUrl() const;
+  std::string appVersion() const;
+  void ensureStateDir() const;
+  void load();
+  void save();
+  void publish();
+  void endMaintenance();
+
+  // portal
+  Json checkInBody() const;
+  KioskCheckInOutcome tokenUnknown();
+  void enrolled(const Json& answer);
+  void syncSignIn(const Json& answer);
+  void syncTerminalName(const Json& answer);
+  void syncPolicies(const Json& answer);
+  bool syncPolicy(const Json& answer, const char* key, const char* sourceKey);
+  void syncExitPassword(const Json& answer);
+  Json pairCheckOnce(const Json& code);
+  Json pairPoll(const std::string& code);
+  Json enrol(const std::string& token);
+  Json pairResult() const;
+  void scheduleRestart();
+  void restartNow(const std::string& reason);
+
+  // account
+  KioskError provisionOnce();
+  KioskError createAccount();
+  KioskError renewPassword();
+  void wipeKeepingAccount(bool keepAccount);
+
+  Json _state = Json::object();             // the state dictionary
+  std::optional<platform::Timer> _timer;    // the check-in timer, made on first use
+  double _interval = 30.0;                  // seconds until the next check-in
+  std::optional<std::string> _pendingCode;  // the pairing code being waited for, in upper case
+  std::uint64_t _restartAtNs = 0;           // monotonic time of the pending restart; 0 for none
+  bool _restartOnProvision = false;         // restart once provisioning succeeds
+  platform::Queue _queue;
+
+  mutable std::mutex _publishedLock;
+  std::shared_ptr<const Json> _published;  // replaced whole, never changed in place
+};

@@ -1,0 +1,45 @@
+// The command table.
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+#include "core/KioskDaemon.h"
+#include "core/KioskJson.h"
+
+namespace {
+
+struct Command {
+  std::string_view name;
+  Json (*handler)(KioskDaemon& daemon, const Json& request, KioskPeer peer);
+};
+
+constexpr std::array<Command, 4> kCommands{{
+    {"status",
+     [](KioskDaemon& daemon, const Json&, KioskPeer peer) { return daemon.status(peer.uid); }},
+    {"pair.begin", [](KioskDaemon& daemon, const Json&, KioskPeer) { return daemon.pairBegin(); }},
+    {"pair.check", [](KioskDaemon& daemon, const Json& request,
+                      KioskPeer) { return daemon.pairCheck(KioskMember(request, "code")); }},
+    {"restart.now", [](KioskDaemon& daemon, const Json&,
+                       KioskPeer peer) { return daemon.restartNowRequest(peer.uid); }},
+}};
+
+}  // namespace
+
+Json KioskDaemon::handle(const Json& request, KioskPeer peer) {
+  const Json& cmd = KioskMember(request, "cmd");
+  const std::string name = cmd.is_string() ? cmd.get<std::string>() : "";
+  const auto command = std::find_if(kCommands.begin(), kCommands.end(),
+                                    [&](const Command& row) { return row.name == name; });
+  if (command == kCommands.end()) return KioskFailure("unknown_command");
+  return command->handler(*this, request, peer);
+}
+
+Json KioskDaemon::status(std::uint32_t peerUid) const {
+  const std::shared_ptr<const Json> snapshot = published();
+  Json reply = snapshot ? *snapshot : KioskFailure("starting");
+  const Json& uid = KioskMember(reply, "uid");
+  const bool ownSession = uid.is_number() && uid.get<std::uint32_t>() == peerUid;
+  reply.erase("uid");  // the account's uid never leaves the daemon
+  reply["kioskSession"] = ownSession ? 1 : 0;
+  return reply;
+}

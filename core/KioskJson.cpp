@@ -1,0 +1,66 @@
+#include "core/KioskJson.h"
+
+#include <cstddef>
+#include <exception>
+
+#include "core/KioskLimits.h"
+
+namespace {
+
+// Measured before parsing, because writing or comparing a deep value recurses.
+bool NestsTooDeep(std::string_view text) {
+  std::size_t depth = 0;
+  bool inString = false;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const char c = text[at];
+    if (inString) {
+      if (c == '\\') ++at;
+      if (c == '"') inString = false;
+    } else if (c == '"') {
+      inString = true;
+    } else if (c == '[' || c == '{') {
+      if (++depth > kKioskMaximumJsonDepth) return true;
+    } else if ((c == ']' || c == '}') && depth > 0) {
+      --depth;
+    }
+  }
+  return false;
+}
+
+}  // namespace
+
+std::optional<Json> KioskJsonParse(std::string_view text) {
+  if (NestsTooDeep(text)) return std::nullopt;
+  Json value = Json::parse(text, nullptr, false);
+  if (value.is_discarded()) return std::nullopt;
+  return value;
+}
+
+std::optional<std::string> KioskJsonText(const Json& value) {
+  try {
+    return value.dump();
+  } catch (const std::exception&) {
+    return std::nullopt;
+  }
+}
+
+const Json& KioskMember(const Json& object, const char* key) {
+  static const Json null;
+  const auto found = object.find(key);
+  return object.is_object() && found != object.end() ? *found : null;
+}
+
+std::optional<bool> KioskTruth(const Json& value) {
+  if (value.is_boolean()) return value.get<bool>();
+  if (value.is_number()) return value.get<double>() != 0;
+  return std::nullopt;
+}
+
+std::string KioskDescription(const Json& value) {
+  if (value.is_string()) return value.get<std::string>();
+  return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+Json KioskSuccess() { return {{"ok", true}}; }
+
+Json KioskFailure(const std::string& code) { return {{"ok", false}, {"error", code}}; }
