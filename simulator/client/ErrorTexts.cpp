@@ -1,0 +1,51 @@
+#include "simulator/client/ErrorTexts.h"
+
+#include <algorithm>
+#include <iterator>
+#include <string_view>
+
+#include "simulator/client/Printable.h"
+
+namespace client {
+namespace {
+
+struct ErrorRow {
+  std::string_view code;
+  std::string_view sentence;
+};
+
+constexpr ErrorRow kErrors[] = {
+    {"account_create_failed", "The kiosk account could not be made."},
+    {"account_exists", "The Mac already has an account with the kiosk account's name."},
+    {"account_password_failed", "The kiosk account's password could not be set."},
+    {"already_enrolled", "This terminal is already paired."},
+    {"autologin_failed", "Automatic login could not be switched on."},
+    {"autologin_in_use", "Another account already logs in automatically."},
+    {"bad_request", "kioskd does not understand the request."},
+    {"claimed", "The code was already used for another terminal."},
+    {"expired", "The code has expired; begin again to get a new one."},
+    {"filevault_on", "FileVault is on, so the Mac cannot log in by itself."},
+    {"home_failed", "The kiosk account's home folder could not be made."},
+    {"invalid_code", "This is not a pairing code."},
+    {"launch_agent_failed", "The kiosk application could not be set to start at login."},
+    {"not_installed", "The kiosk application is not installed in /Applications."},
+    {"not_pending", "No restart is pending."},
+    {"not_permitted", "The caller may not do this."},
+    {"pairing_failed", "The portal refused the pairing or its answer made no sense."},
+    {"revoked", "The portal revoked this terminal."},
+    {"starting", "kioskd is still starting."},
+    {"unknown_code", "kioskd did not hand out this code."},
+    {"unknown_command", "kioskd does not know the command."},
+    {"unreachable", "The portal cannot be reached."},
+};
+
+}  // namespace
+
+std::string ErrorText(const std::string& code) {
+  const auto* const row = std::find_if(std::begin(kErrors), std::end(kErrors),
+                                       [&code](const ErrorRow& each) { return each.code == code; });
+  if (row == std::end(kErrors)) return Printable(code);
+  return std::string(row->sentence) + " (" + code + ")";
+}
+
+}  // namespace client

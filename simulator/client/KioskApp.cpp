@@ -1,0 +1,109 @@
+// kiosk-app: stands in for the kiosk application in the simulated Mac. It leaves a line that tells
+// how and where it was started and how the daemon answered it, then stays until it is told to go.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <thread>
+#include <variant>
+#include <vector>
+
+#include "simulator/client/Connection.h"
+#include "simulator/client/Limits.h"
+#include "simulator/client/Reply.h"
+
+namespace client {
+namespace {
+
+using Arguments = std::vector<std::string>;
+
+constexpr std::string_view kLogFolder = "Library/Logs";
+constexpr std::string_view kLogName = "kiosk-app.jsonl";
+
+/// The channel's answer to "status", once there is a channel.
+ChannelResult AskStatus() {
+  Connection connection(ChannelPath());
+  const auto giveUp = std::chrono::steady_clock::now() + kAppearanceTimeout;
+  for (;;) {
+    ChannelResult result = connection.exchange(R"({"cmd":"status"})", kStatusTimeout);
+    const auto* const failure = std::get_if<ChannelFailure>(&result);
+    const bool absent = failure != nullptr && failure->kind == ChannelFailureKind::kNotThere;
+    if (!absent || std::chrono::steady_clock::now() >= giveUp) return result;
+    std::this_thread::sleep_for(kAppearanceInterval);
+  }
+}
+
+Json Status() {
+  const ChannelResult result = AskStatus();
+  const auto* const text = std::get_if<std::string>(&result);
+  return text == nullptr ? Json() : ReplyParse(*text).value_or(Json());
+}
+
+std::string Line(const Arguments& arguments) {
+  const Json record = {
+      {"arguments", arguments}, {"uid", getuid()}, {"session", getsid(0)}, {"status", Status()}};
+  return record.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+bool WriteAll(int descriptor, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written = write(descriptor, bytes.data(), bytes.size());
+    if (written > 0) bytes.remove_prefix(static_cast<std::size_t>(written));
+    if (written == 0 || (written < 0 && errno != EINTR)) return false;
+  }
+  return true;
+}
+
+/// Appends to the log below the home folder; folders are made as needed.
+bool AppendToLog(const std::string& line) {
+  const char* const home = std::getenv("HOME");
+  if (home == nullptr || *home == '\0') return false;
+  const std::filesystem::path folder = std::filesystem::path(home) / kLogFolder;
+  std::error_code error;
+  std::filesystem::create_directories(folder, error);
+  if (error) return false;
+  const int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC;
+  const int descriptor = open((folder / kLogName).c_str(), flags, 0644);
+  if (descriptor < 0) return false;
+  const bool written = WriteAll(descriptor, line);
+  return close(descriptor) == 0 && written;
+}
+
+void LeaveOnTermination(int) { _exit(0); }
+
+/// Lets SIGTERM end the process in good order at any time, blocked by the parent or not.
+void ListenForTermination() {
+  (void)std::signal(SIGPIPE, SIG_IGN);
+  (void)std::signal(SIGTERM, LeaveOnTermination);
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGTERM);
+  (void)sigprocmask(SIG_UNBLOCK, &signals, nullptr);  // fails for a bad first argument only
+}
+
+int Main(const Arguments& arguments) {
+  if (std::find(arguments.begin(), arguments.end(), "--kiosk-shell") == arguments.end()) {
+    std::cerr << "Brindlex: This stand-in has the kiosk mode only; start it with --kiosk-shell.\n";
+    return 2;
+  }
+  ListenForTermination();
+  const std::string line = Line(arguments);
+  // With standard error gone as well there is nowhere left to report to.
+  if (!AppendToLog(line)) (void)WriteAll(STDERR_FILENO, line);
+  for (;;) pause();
+}
+
+}  // namespace
+}  // namespace client
+
+int main(int argc, char** argv) { return client::Main({argv + 1, argv + argc}); }

@@ -1,0 +1,59 @@
+// kioskctl: the command-line client of the command channel.
+#include <csignal>
+#include <iostream>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "simulator/client/VerbOptions.h"
+#include "simulator/client/Verbs.h"
+
+namespace client {
+namespace {
+
+using VerbCommand = std::pair<CLI::App*, VerbAction>;
+
+std::vector<VerbCommand> AddVerbs(CLI::App& application, CommonOptions& options) {
+  std::vector<VerbCommand> commands;
+  for (const Verb& verb : kVerbs) {
+    CLI::App* const command = application.add_subcommand(verb.name, verb.description);
+    AddCommonOptions(*command, options);
+    commands.emplace_back(command, verb.setup(*command));
+  }
+  return commands;
+}
+
+/// Reads the command line; an exit status when that is all there is to do (help, wrong usage).
+std::optional<ExitStatus> Parse(CLI::App& application, int count, char** arguments) {
+  try {
+    application.parse(count, arguments);
+    return std::nullopt;
+  } catch (const CLI::ParseError& error) {
+    return application.exit(error) == 0 ? ExitStatus::kSuccess : ExitStatus::kUsage;
+  }
+}
+
+ExitStatus Main(int count, char** arguments) {
+  CLI::App application{"Speaks to kioskd over its command channel.", "kioskctl"};
+  CommonOptions options;
+  AddCommonOptions(application, options);
+  application.require_subcommand(1);
+  application.footer(
+      "Exit status: 0 done, 1 refused by kioskd, 2 wrong usage, 3 kioskd gave no answer.\n"
+      "The environment's KIOSK_CHANNEL names another socket.");
+  const std::vector<VerbCommand> commands = AddVerbs(application, options);
+  if (const std::optional<ExitStatus> status = Parse(application, count, arguments)) return *status;
+  Session session(options);
+  for (const auto& [command, action] : commands) {
+    if (command->parsed()) return action(session);
+  }
+  return ExitStatus::kUsage;
+}
+
+}  // namespace
+}  // namespace client
+
+int main(int argc, char** argv) {
+  (void)std::signal(SIGPIPE, SIG_IGN);  // cannot fail for this signal
+  return static_cast<int>(client::Main(argc, argv));
+}

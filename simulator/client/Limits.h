@@ -1,0 +1,39 @@
+// Everything that a daemon or a caller can make the client allocate, show or wait for.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+
+namespace client {
+
+/// Longest frame, its length field not counted.
+inline constexpr std::size_t kMaximumFrameBytes = std::size_t{1} << 20;
+
+/// Bytes of a frame's kind and number.
+inline constexpr std::size_t kFrameHeadBytes = 5;
+
+/// Longest request: what a frame holds besides its head, the key "request" and two zero bytes.
+inline constexpr std::size_t kMaximumRequestBytes =
+    kMaximumFrameBytes - kFrameHeadBytes - sizeof("request") - 1;
+
+/// Deepest nesting of a reply; writing a value out recurses once a level.
+inline constexpr int kMaximumReplyDepth = 64;
+
+/// Longest life of a pairing code that is believed.
+inline constexpr double kMaximumCodeLifeSeconds = 24 * 60 * 60;
+
+/// Longest wait for a restart that is believed.
+inline constexpr double kMaximumRestartSeconds = 60 * 60;
+
+/// Shortest and longest duration that an option may set.
+inline constexpr double kMinimumOptionSeconds = 0.001;
+inline constexpr double kMaximumOptionSeconds = 24 * 60 * 60;
+
+/// How long the kiosk application waits for the channel to appear, and between two attempts.
+inline constexpr std::chrono::seconds kAppearanceTimeout{10};
+inline constexpr std::chrono::milliseconds kAppearanceInterval{200};
+
+/// How long the kiosk application waits for the answer to its only question.
+inline constexpr std::chrono::seconds kStatusTimeout{10};
+
+}  // namespace client

@@ -1,0 +1,49 @@
+// The administrator's interface: terminals, codes and misbehaviour.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "simulator/portal/Misbehaviour.h"
+#include "simulator/portal/Router.h"
+#include "simulator/portal/Store.h"
+
+namespace portal {
+
+/// Answers the administrator. `answer` may be called on any thread.
+class AdminInterface {
+ public:
+  /// How closely new settings of a terminal are looked at.
+  enum class Check { kShapes, kNothing };
+
+  /// Puts a changed misbehaviour into force.
+  using Apply = std::function<bool(const Json& settings)>;
+
+  /// @param store,misbehaviour must outlive this object
+  /// @param token the administrator's bearer token
+  /// @param apply called with new settings; false when they could not be put into force
+  AdminInterface(Store& store, Misbehaviour& misbehaviour, std::string token, Apply apply);
+
+  /// Answers one request.
+  HttpResponse answer(const HttpRequest& request);
+
+ private:
+  HttpResponse listTerminals();
+  HttpResponse listCodes();
+  HttpResponse showTerminal(const std::string& id);
+  HttpResponse claim(const HttpRequest& request, const std::string& code);
+  HttpResponse change(const HttpRequest& request, const std::string& id, Check check);
+  HttpResponse revoke(const std::string& id);
+  HttpResponse forget(const std::string& id);
+  HttpResponse misbehave(const HttpRequest& request);
+  std::vector<Route> routes();
+
+  Store& store_;
+  Misbehaviour& misbehaviour_;
+  const std::string token_;
+  const Apply apply_;
+  const std::vector<Route> routes_;
+};
+
+}  // namespace portal

@@ -1,0 +1,59 @@
+// The administrator's commands.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/Json.h"
+#include "simulator/portal/PortalConnection.h"
+
+namespace portal {
+
+/// Exit statuses of the program.
+enum ExitStatus { kOk = 0, kRefused = 1, kUsage = 2, kNotReached = 3 };
+
+/// Carries the administrator's commands to the portal and prints what came of them, for people or
+/// as JSON. Each method returns the process's exit status.
+class Commands {
+ public:
+  /// @param dir the portal's folder
+  /// @param json print the portal's answer as it is
+  Commands(std::filesystem::path dir, bool json) : dir_(std::move(dir)), json_(json) {}
+
+  int terminals() const;
+  int codes() const;
+  int show(const std::string& terminal) const;
+  int claim(const std::string& code, const std::optional<std::string>& name) const;
+  int expire(const std::string& code) const;
+  /// @param change the body of the PATCH
+  /// @param raw let invalid values pass
+  int change(const std::string& terminal, const Json& change, bool raw = false) const;
+  /// @param hosts replaces the extra hosts
+  int signIn(const std::string& terminal, const std::optional<bool>& microsoft,
+             const std::optional<bool>& email,
+             const std::optional<std::vector<std::string>>& hosts) const;
+  int revoke(const std::string& terminal) const;
+  int forget(const std::string& terminal) const;
+  int misbehave(const Json& settings) const;
+  int showMisbehaviour() const;
+
+ private:
+  using Print = void (*)(const Json& body);
+
+  /// Sends the request and prints the answer; `print` is for people.
+  int ask(const std::string& method, const std::string& path, const Json& body, Print print) const;
+  int report(const std::optional<PortalAnswer>& answer, Print print) const;
+  int fail(ExitStatus status, const std::string& problem) const;
+
+  /// Finds the terminal that the user means: by name, id, the beginning of its id, or "-" for the
+  /// only one.
+  /// @param status receives the exit status when there is no such terminal, or more than one
+  std::optional<Json> find(const std::string& terminal, int& status) const;
+
+  const std::filesystem::path dir_;
+  const bool json_;
+};
+
+}  // namespace portal

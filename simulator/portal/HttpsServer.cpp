@@ -1,0 +1,238 @@
+#include "simulator/portal/HttpsServer.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <httplib.h>
+#include <netinet/in.h>
+#include <openssl/ssl.h>
+#include <sys/socket.h>
+
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <utility>
+
+#include "simulator/portal/Connections.h"
+#include "simulator/portal/Files.h"
+#include "simulator/portal/Limits.h"
+
+namespace portal {
+namespace {
+
+constexpr char kHost[] = "127.0.0.1";
+constexpr char kEveryPath[] = "[^]*";
+
+/// Two sockets may then be bound to one port as long as only one of them listens.
+void AllowReuse(int socket) {
+  const int on = 1;
+  setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+}
+
+sockaddr_in Loopback(int port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return address;
+}
+
+HttpRequest Convert(const httplib::Request& request) {
+  // The library passes the peer's address as if the peer had sent these.
+  static const std::set<std::string> kNotSent = {"remote_addr", "remote_port", "local_addr",
+                                                 "local_port"};
+  HttpRequest converted;
+  converted.method = request.method;
+  converted.path = request.path;
+  for (const auto& [name, value] : request.headers) {
+    const std::string lower = LowerCase(name);
+    if (!kNotSent.contains(lower)) converted.headers[lower] = value;
+  }
+  return converted;
+}
+
+/// Announces the whole body, sends half of it and gives up.
+void SendHalf(const HttpResponse& from, const std::string& type, httplib::Response& to) {
+  to.set_content_provider(from.body.size(), type,
+                          [body = from.body](std::size_t, std::size_t, httplib::DataSink& sink) {
+                            sink.write(body.data(), body.size() / 2);
+                            return false;
+                          });
+}
+
+void Convert(const HttpResponse& from, httplib::Response& to) {
+  to.status = from.status;
+  std::string type = "text/plain";
+  for (const auto& [name, value] : from.headers) {
+    if (name == "content-type")
+      type = value;
+    else
+      to.set_header(name, value);
+  }
+  if (from.cut && !from.body.empty())
+    SendHalf(from, type, to);
+  else
+    to.set_content(from.body, type);
+}
+
+/// Reads the body; what exceeds the limit is read as well, but not kept, so that the connection
+/// stays usable.
+/// @return nothing when it did not arrive whole
+std::optional<std::string> ReadBody(const httplib::Request& request,
+                                    const httplib::ContentReader& reader) {
+  std::string body;
+  // The library would take a body without a length to last until the connection ends.
+  if (!request.has_header("Content-Length") && !request.has_header("Transfer-Encoding"))
+    return body;
+  const bool whole = reader([&](const char* data, std::size_t length) {
+    if (body.size() <= kMaxBody) body.append(data, length);
+    return true;
+  });
+  if (!whole) return std::nullopt;
+  return body;
+}
+
+}  // namespace
+
+class HttpsServer::Impl {
+ public:
+  Impl(Handler handler, Identify identify);
+
+  bool reserve(int port);
+  bool accept();
+  void refuse();
+
+  Connections connections;
+  int port = 0;
+
+ private:
+  bool setUp(SSL_CTX& context);
+  static int showCertificate(SSL* connection, void* self);
+  void configure();
+  void answer(const HttpRequest& request, httplib::Response& response) const;
+  void answerWithBody(const httplib::Request& request, httplib::Response& response,
+                      const httplib::ContentReader& reader) const;
+
+  const Handler handler_;
+  const Identify identify_;
+  httplib::SSLServer server_;
+  std::mutex mutex_;  ///< guards the members below
+  Descriptor reservation_;
+  std::thread thread_;
+};
+
+HttpsServer::Impl::Impl(Handler handler, Identify identify)
+    : handler_(std::move(handler)),
+      identify_(std::move(identify)),
+      server_([this](SSL_CTX& context) { return setUp(context); }) {
+  configure();
+}
+
+bool HttpsServer::Impl::setUp(SSL_CTX& context) {
+  SSL_CTX_set_min_proto_version(&context, TLS1_2_VERSION);
+  // A resumed session would skip the certificate, and with it the wrong one.
+  SSL_CTX_set_options(&context, SSL_OP_NO_TICKET);
+  SSL_CTX_set_num_tickets(&context, 0);
+  SSL_CTX_set_session_cache_mode(&context, SSL_SESS_CACHE_OFF);
+  SSL_CTX_set_cert_cb(&context, &showCertificate, this);
+  connections.watch(&context);
+  return true;
+}
+
+int HttpsServer::Impl::showCertificate(SSL* connection, void* self) {
+  const Identity identity = static_cast<Impl*>(self)->identify_();
+  return SSL_use_certificate(connection, identity.certificate.get()) == 1 &&
+                 SSL_use_PrivateKey(connection, identity.key.get()) == 1
+             ? 1
+             : 0;
+}
+
+void HttpsServer::Impl::configure() {
+  server_.new_task_queue = [] { return new httplib::ThreadPool(kMaxConnections); };
+  server_.set_socket_options(&AllowReuse);
+  server_.set_tcp_nodelay(true);
+  server_.set_keep_alive_max_count(kMaxRequestsPerConnection);
+  server_.set_keep_alive_timeout(kIdleTimeout.count());
+  server_.set_read_timeout(kTransferTimeout.count());
+  server_.set_write_timeout(kTransferTimeout.count());
+  const auto withoutBody = [this](const httplib::Request& request, httplib::Response& response) {
+    answer(Convert(request), response);
+  };
+  const auto withBody = [this](const httplib::Request& request, httplib::Response& response,
+                               const httplib::ContentReader& reader) {
+    answerWithBody(request, response, reader);
+  };
+  server_.Get(kEveryPath, withoutBody).Options(kEveryPath, withoutBody);
+  server_.Post(kEveryPath, withBody).Put(kEveryPath, withBody);
+  server_.Patch(kEveryPath, withBody).Delete(kEveryPath, withBody);
+  server_.set_error_handler([](const httplib::Request&, httplib::Response& response) {
+    if (response.body.empty() && !response.has_header("Content-Type"))
+      Convert(ErrorResponse(response.status, "bad_request"), response);
+  });
+  server_.set_exception_handler(
+      [](const httplib::Request&, httplib::Response& response, const std::exception_ptr&) {
+        Convert(ErrorResponse(500, "internal"), response);
+      });
+}
+
+void HttpsServer::Impl::answer(const HttpRequest& request, httplib::Response& response) const {
+  Convert(handler_(request), response);
+}
+
+void HttpsServer::Impl::answerWithBody(const httplib::Request& request, httplib::Response& response,
+                                       const httplib::ContentReader& reader) const {
+  std::optional<std::string> body = ReadBody(request, reader);
+  if (!body) return Convert(ErrorResponse(400, "bad_request"), response);
+  HttpRequest converted = Convert(request);
+  converted.body = std::move(*body);
+  answer(converted, response);
+}
+
+bool HttpsServer::Impl::reserve(int wanted) {
+  const std::lock_guard lock(mutex_);
+  Descriptor bound(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  AllowReuse(bound.get());
+  sockaddr_in address = Loopback(wanted);
+  socklen_t length = sizeof address;
+  auto* const generic = reinterpret_cast<sockaddr*>(&address);
+  if (!bound.open() || bind(bound.get(), generic, length) != 0 ||
+      getsockname(bound.get(), generic, &length) != 0)
+    return false;
+  port = ntohs(address.sin_port);
+  reservation_ = std::move(bound);
+  return true;
+}
+
+bool HttpsServer::Impl::accept() {
+  const std::lock_guard lock(mutex_);
+  if (thread_.joinable()) return true;
+  if (!server_.is_valid() || !server_.bind_to_port(kHost, port)) return false;
+  thread_ = std::thread([this] { server_.listen_after_bind(); });
+  // The library ignores a stop that comes before its loop runs; it offers nothing to wait on.
+  while (!server_.is_running()) std::this_thread::yield();
+  return true;
+}
+
+void HttpsServer::Impl::refuse() {
+  const std::lock_guard lock(mutex_);
+  if (!thread_.joinable()) return;
+  server_.stop();
+  connections.drop();
+  thread_.join();
+}
+
+HttpsServer::HttpsServer(Handler handler, Identify identify)
+    : impl_(std::make_unique<Impl>(std::move(handler), std::move(identify))) {}
+
+HttpsServer::~HttpsServer() { refuse(); }
+
+bool HttpsServer::reserve(int port) { return impl_->reserve(port); }
+
+int HttpsServer::port() const { return impl_->port; }
+
+bool HttpsServer::accept() { return impl_->accept(); }
+
+void HttpsServer::refuse() { impl_->refuse(); }
+
+void HttpsServer::dropConnections() { impl_->connections.drop(); }
+
+}  // namespace portal

@@ -1,0 +1,50 @@
+// An HTTPS server on the loopback interface.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "simulator/portal/Certificates.h"
+#include "simulator/portal/Http.h"
+
+namespace portal {
+
+/// Serves 127.0.0.1 on one port, which stays reserved as long as the object lives, whether it
+/// accepts connections or not. Methods may be called on any thread but one of its own handlers'.
+class HttpsServer {
+ public:
+  /// Answers a request; called on many threads at a time.
+  using Handler = std::function<HttpResponse(const HttpRequest&)>;
+  /// Chooses what a new connection is shown; called on many threads at a time.
+  using Identify = std::function<Identity()>;
+
+  HttpsServer(Handler handler, Identify identify);
+  ~HttpsServer();
+  HttpsServer(const HttpsServer&) = delete;
+  HttpsServer& operator=(const HttpsServer&) = delete;
+
+  /// Reserves the port without accepting connections yet.
+  /// @param port 0 lets the system choose
+  /// @return false when the port is taken
+  bool reserve(int port);
+
+  /// The reserved port.
+  int port() const;
+
+  /// Begins to accept connections; does nothing when it already does.
+  /// @return false when that failed
+  bool accept();
+
+  /// Ends every connection and lets new ones be refused; does nothing when they already are.
+  void refuse();
+
+  /// Ends every connection; their clients may connect anew.
+  void dropConnections();
+
+ private:
+  class Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace portal

@@ -1,0 +1,47 @@
+// Limits on everything that a peer of the portal can make it allocate, keep or wait for.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+
+namespace portal {
+
+/// Bytes of a request body.
+inline constexpr std::size_t kMaxBody = 64 * 1024;
+/// Nesting levels of a JSON body.
+inline constexpr std::size_t kMaxJsonDepth = 64;
+/// Pairing codes kept, in whatever state.
+inline constexpr std::size_t kMaxCodes = 1000;
+/// Connections of one interface served at a time; each holds a thread while it is kept alive.
+inline constexpr std::size_t kMaxConnections = 64;
+/// Requests on one connection.
+inline constexpr std::size_t kMaxRequestsPerConnection = 10000;
+/// How long a connection may be idle before it is closed.
+inline constexpr std::chrono::seconds kIdleTimeout{120};
+/// How long a read or write of one connection may take.
+inline constexpr std::chrono::seconds kTransferTimeout{10};
+
+/// Characters of a host name that a terminal tells.
+inline constexpr std::size_t kMaxHostname = 255;
+/// Characters of a version that a terminal tells.
+inline constexpr std::size_t kMaxVersion = 64;
+/// Characters of a terminal's power error.
+inline constexpr std::size_t kMaxPowerError = 1024;
+/// Characters of a terminal's name.
+inline constexpr std::size_t kMaxName = 80;
+/// Characters of a terminal's exit password.
+inline constexpr std::size_t kMaxExitPassword = 256;
+/// Characters of a host name of the sign-in options.
+inline constexpr std::size_t kMaxSignInHost = 253;
+/// Host names of the sign-in options.
+inline constexpr std::size_t kMaxSignInHosts = 10;
+/// Bytes of the portal's own file.
+inline constexpr std::size_t kMaxStoredBytes = 256 * 1024 * 1024;
+/// Milliseconds that a misbehaving portal may delay its answer.
+inline constexpr int kMaxDelayMs = 600'000;
+/// Requests that a misbehaviour may be limited to.
+inline constexpr int kMaxTimes = 1'000'000;
+/// Characters of the path prefix that a misbehaviour may be limited to.
+inline constexpr std::size_t kMaxPathPrefix = 256;
+
+}  // namespace portal

@@ -1,0 +1,39 @@
+#include "simulator/portal/PortalConnection.h"
+
+#include "simulator/portal/Files.h"
+#include "simulator/portal/HttpsClient.h"
+#include "simulator/portal/JsonText.h"
+
+namespace portal {
+namespace {
+
+constexpr std::size_t kMaxReadyFile = 4096;
+
+std::string Text(const Json& object, const char* key) {
+  return object.is_object() && object.contains(key) && object[key].is_string()
+             ? object[key].get<std::string>()
+             : "";
+}
+
+}  // namespace
+
+std::optional<PortalAnswer> AskPortal(const std::filesystem::path& dir, const std::string& method,
+                                      const std::string& path, const Json& body) {
+  const std::optional<std::string> text = ReadFile(dir / "ready.json", kMaxReadyFile);
+  const std::optional<Json> ready = text ? ParseJson(*text) : std::nullopt;
+  if (!ready) return std::nullopt;
+  HttpRequest request;
+  request.method = method;
+  request.path = path;
+  request.headers["authorization"] = "Bearer " + Text(*ready, "adminToken");
+  if (!body.is_null()) {
+    request.headers["content-type"] = "application/json";
+    request.body = JsonText(body);
+  }
+  HttpsClient client(Text(*ready, "adminUrl"), dir / "ca.pem");
+  const std::optional<HttpResponse> response = client.send(request);
+  if (!response) return std::nullopt;
+  return PortalAnswer{response->status, ParseJson(response->body).value_or(Json())};
+}
+
+}  // namespace portal

@@ -1,0 +1,28 @@
+// The record of the portal's traffic, one JSON line per exchange.
+#pragma once
+
+#include <filesystem>
+#include <mutex>
+
+#include "simulator/portal/Files.h"
+#include "simulator/portal/Http.h"
+
+namespace portal {
+
+/// Appends exchanges to a file; records nothing until it is opened.
+class Recorder {
+ public:
+  /// Opens the file, which is made when it does not exist.
+  /// @return false when that failed
+  bool open(const std::filesystem::path& path);
+
+  /// Appends one exchange before its answer is sent, so that whoever has the answer finds it in the
+  /// record. May be called on any thread.
+  void write(const HttpRequest& request, const HttpResponse& response);
+
+ private:
+  std::mutex mutex_;
+  Descriptor file_;
+};
+
+}  // namespace portal

@@ -1,0 +1,223 @@
+#include "simulator/portal/Shapes.h"
+
+#include <algorithm>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "simulator/portal/Limits.h"
+
+namespace portal {
+namespace {
+
+enum class Presence { kRequired, kOptional };
+
+struct Field {
+  std::string_view name;
+  Shape shape;
+  Presence presence = Presence::kRequired;
+};
+
+/// An object with the required fields and no other than the named ones, each of its shape.
+bool IsObjectOf(const Json& value, const std::vector<Field>& fields) {
+  if (!value.is_object()) return false;
+  std::size_t known = 0;
+  for (const Field& field : fields) {
+    const auto found = value.find(field.name);
+    if (found == value.end() && field.presence == Presence::kRequired) return false;
+    if (found == value.end()) continue;
+    if (!field.shape(*found)) return false;
+    ++known;
+  }
+  return known == value.size();
+}
+
+/// Counts characters, as JSON Schema does, not bytes.
+std::size_t Characters(const std::string& text) {
+  return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) {
+    return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+  }));
+}
+
+template <std::size_t least, std::size_t most>
+bool IsText(const Json& value) {
+  if (!value.is_string()) return false;
+  const std::size_t length = Characters(value.get_ref<const std::string&>());
+  return length >= least && length <= most;
+}
+
+template <int least, int most>
+bool IsInteger(const Json& value) {
+  return IsIntegerWithin(value, least, most);
+}
+
+template <Shape shape>
+bool IsNullOr(const Json& value) {
+  return value.is_null() || shape(value);
+}
+
+bool IsBoolean(const Json& value) { return value.is_boolean(); }
+
+bool IsAnything(const Json&) { return true; }
+
+bool IsObject(const Json& value) { return value.is_object(); }
+
+bool IsMacOs(const Json& value) { return value == "macOS"; }
+
+bool IsClock(const Json& value) {
+  if (!value.is_string()) return false;
+  const std::string& text = value.get_ref<const std::string&>();
+  const auto digit = [&](std::size_t i, char most) { return text[i] >= '0' && text[i] <= most; };
+  return text.size() == 5 && digit(0, '2') && digit(1, text[0] == '2' ? '3' : '9') &&
+         text[2] == ':' && digit(3, '5') && digit(4, '9');
+}
+
+template <std::size_t least>
+bool IsDays(const Json& value) {
+  return value.is_array() && value.size() >= least && value.size() <= 7 &&
+         std::all_of(value.begin(), value.end(), IsInteger<0, 6>);
+}
+
+bool IsLabel(std::string_view label) {
+  const auto alphanumeric = [](char c) { return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9'); };
+  return !label.empty() && label.size() <= 63 && alphanumeric(label.front()) &&
+         alphanumeric(label.back()) && std::all_of(label.begin(), label.end(), [&](char c) {
+           return alphanumeric(c) || c == '-';
+         });
+}
+
+bool IsHost(const Json& value) {
+  if (!value.is_string()) return false;
+  std::string_view rest = value.get_ref<const std::string&>();
+  if (rest.size() > kMaxSignInHost || rest.find('.') == rest.npos) return false;
+  for (std::size_t dot = rest.find('.'); dot != rest.npos; dot = rest.find('.')) {
+    if (!IsLabel(rest.substr(0, dot))) return false;
+    rest.remove_prefix(dot + 1);
+  }
+  return IsLabel(rest);
+}
+
+bool IsHosts(const Json& value) {
+  return value.is_array() && value.size() <= kMaxSignInHosts &&
+         std::all_of(value.begin(), value.end(), IsHost);
+}
+
+bool IsSchedule(const Json& value) {
+  return IsObjectOf(value, {{"enabled", IsBoolean, Presence::kOptional},
+                            {"sleepAt", IsClock, Presence::kOptional},
+                            {"wakeAt", IsClock, Presence::kOptional},
+                            {"days", IsDays<0>, Presence::kOptional}});
+}
+
+bool IsReportedSchedule(const Json& value) {
+  return IsObjectOf(
+      value,
+      {{"enabled", IsBoolean}, {"sleepAt", IsClock}, {"wakeAt", IsClock}, {"days", IsDays<0>}});
+}
+
+/// A terminal reports its policy with every default filled in.
+bool IsReportedPowerPolicy(const Json& value) {
+  return IsObjectOf(value, {{"screenOffMinutes", IsInteger<0, 240>},
+                            {"sleepMinutes", IsInteger<0, 240>},
+                            {"schedule", IsReportedSchedule}});
+}
+
+bool IsWindow(const Json& value) {
+  return IsObjectOf(value, {{"start", IsClock}, {"end", IsClock}, {"days", IsDays<1>}});
+}
+
+bool IsEnrolled(const Json& value) { return value == "enrolled"; }
+
+bool IsMode(const Json& value) { return value.is_string(); }
+
+bool IsPathPrefix(const Json& value) {
+  return IsText<1, kMaxPathPrefix>(value) && value.get_ref<const std::string&>().front() == '/';
+}
+
+constexpr Field kMode{"mode", IsMode};
+constexpr Field kPath{"path", IsPathPrefix, Presence::kOptional};
+constexpr Field kTimes{"times", IsInteger<1, kMaxTimes>, Presence::kOptional};
+
+/// The modes and the settings that each of them takes.
+const std::map<std::string, std::vector<Field>, std::less<>>& Modes() {
+  static const std::map<std::string, std::vector<Field>, std::less<>> kModes = {
+      {"none", {kMode}},
+      {"refuse", {kMode}},
+      {"wrongCertificate", {kMode, kTimes}},
+      {"cut", {kMode, kPath, kTimes}},
+      {"garbage", {kMode, kPath, kTimes}},
+      {"html500", {kMode, kPath, kTimes}},
+      {"slow", {kMode, kPath, kTimes, {"delayMs", IsInteger<0, kMaxDelayMs>}}},
+      {"status",
+       {kMode,
+        kPath,
+        kTimes,
+        {"status", IsInteger<200, 599>},
+        {"body", IsAnything, Presence::kOptional}}},
+  };
+  return kModes;
+}
+
+}  // namespace
+
+bool IsIntegerWithin(const Json& value, int least, int most) {
+  return value.is_number_integer() && value >= least && value <= most;
+}
+
+bool IsPairRequest(const Json& value) {
+  return IsObjectOf(value, {{"hostname", IsText<0, kMaxHostname>},
+                            {"platform", IsMacOs},
+                            {"osVersion", IsText<0, kMaxVersion>},
+                            {"appVersion", IsText<0, kMaxVersion>}});
+}
+
+bool IsCheckInRequest(const Json& value) {
+  return IsObjectOf(value, {{"appVersion", IsText<0, kMaxVersion>},
+                            {"powerLocal", IsNullOr<IsReportedPowerPolicy>},
+                            {"powerError", IsNullOr<IsText<0, kMaxPowerError>>},
+                            {"osUpdates", IsNullOr<IsObject>}});
+}
+
+bool IsCheckInAnswer(const Json& value) {
+  return IsObjectOf(value, {{"status", IsEnrolled},
+                            {"name", IsName},
+                            {"signIn", IsSignIn},
+                            {"exitPassword", IsExitPassword, Presence::kOptional},
+                            {"power", IsPowerPolicy, Presence::kOptional},
+                            {"powerSource", IsSource, Presence::kOptional},
+                            {"updates", IsUpdatesPolicy, Presence::kOptional},
+                            {"updatesSource", IsSource, Presence::kOptional}});
+}
+
+bool IsName(const Json& value) { return IsText<1, kMaxName>(value); }
+
+bool IsSignIn(const Json& value) {
+  return IsObjectOf(value,
+                    {{"microsoft", IsBoolean}, {"email", IsBoolean}, {"extraHosts", IsHosts}});
+}
+
+bool IsExitPassword(const Json& value) { return IsText<1, kMaxExitPassword>(value); }
+
+bool IsPowerPolicy(const Json& value) {
+  return IsObjectOf(value, {{"screenOffMinutes", IsInteger<0, 240>},
+                            {"sleepMinutes", IsInteger<0, 240>},
+                            {"schedule", IsSchedule, Presence::kOptional}});
+}
+
+bool IsUpdatesPolicy(const Json& value) {
+  return IsObjectOf(value, {{"automatic", IsBoolean, Presence::kOptional},
+                            {"window", IsWindow, Presence::kOptional}});
+}
+
+bool IsSource(const Json& value) {
+  return value == "device" || value == "tenant" || value == "default";
+}
+
+bool IsMisbehaviour(const Json& value) {
+  if (!value.is_object() || !value.contains("mode") || !value["mode"].is_string()) return false;
+  const auto mode = Modes().find(value["mode"].get_ref<const std::string&>());
+  return mode != Modes().end() && IsObjectOf(value, mode->second);
+}
+
+}  // namespace portal

@@ -1,0 +1,45 @@
+// The shapes of the bodies that cross the portal's interfaces, as docs/portal-api.yaml has them.
+#pragma once
+
+#include "platform/Json.h"
+
+namespace portal {
+
+/// A check of one JSON value.
+using Shape = bool (*)(const Json&);
+
+/// {"hostname", "platform", "osVersion", "appVersion"}: what a terminal tells when it asks for a
+/// pairing code.
+bool IsPairRequest(const Json& value);
+
+/// {"appVersion", "powerLocal", "powerError", "osUpdates"}: what a terminal reports.
+bool IsCheckInRequest(const Json& value);
+
+/// The answer to a check-in, as the portal's description promises it.
+bool IsCheckInAnswer(const Json& value);
+
+/// A terminal's name: one character at least.
+bool IsName(const Json& value);
+
+/// Sign-in options: {"microsoft", "email", "extraHosts"}.
+bool IsSignIn(const Json& value);
+
+/// The password that leaves kiosk mode.
+bool IsExitPassword(const Json& value);
+
+/// A power policy; the schedule and each of its keys may be absent.
+bool IsPowerPolicy(const Json& value);
+
+/// An update policy; each key may be absent.
+bool IsUpdatesPolicy(const Json& value);
+
+/// Where a policy comes from: "device", "tenant" or "default".
+bool IsSource(const Json& value);
+
+/// What the portal may be told to do wrong; see `Misbehaviour`.
+bool IsMisbehaviour(const Json& value);
+
+/// True for an integer of that range, not for 3.0 and not for a boolean.
+bool IsIntegerWithin(const Json& value, int least, int most);
+
+}  // namespace portal
