@@ -17,10 +17,9 @@ KioskError KioskDaemon::preflight() const {
   return std::nullopt;
 }
 
-KioskError KioskDaemon::createAccount() {
+KioskError KioskDaemon::createAccount(uid_t& uid, gid_t& gid) {
   KioskCreateAccount();
-  uid_t uid = 0;
-  const std::optional<std::string> created = KioskAccountGeneratedUID(&uid);
+  const std::optional<std::string> created = KioskAccountGeneratedUID(&uid, &gid);
   if (!created) return "account_create_failed";
   _state["generatedUID"] = *created;
   _state.erase("password");
@@ -48,16 +47,15 @@ KioskError KioskDaemon::provisionOnce() {
   const std::optional<platform::HostBundle> bundle = KioskAppBundle();
   if (!bundle || !bundle->executablePath) return "not_installed";
   if (const KioskError refusal = preflight()) return refusal;
-  if (!KioskAccountGeneratedUID()) {
-    if (const KioskError error = createAccount()) return error;
+  uid_t uid = 0;
+  gid_t gid = 0;
+  if (!KioskAccountGeneratedUID(&uid, &gid)) {
+    if (const KioskError error = createAccount(uid, gid)) return error;
   }
   if (!string("password")) {
     if (const KioskError error = renewPassword()) return error;
   }
   KioskDemote();
-  uid_t uid = 0;
-  gid_t gid = 0;
-  KioskAccountGeneratedUID(&uid, &gid);
   if (!KioskPrepareHome(uid, gid)) return "home_failed";
   if (!KioskInstallLaunchAgent(*bundle->executablePath)) return "launch_agent_failed";
   if (flag("maintenance")) return std::nullopt;

@@ -133,7 +133,7 @@ class KioskDaemon : public std::enable_shared_from_this<KioskDaemon> {
 
   // account
   KioskError provisionOnce();
-  KioskError createAccount();
+  KioskError createAccount(uid_t& uid, gid_t& gid);
   KioskError renewPassword();
   void wipeKeepingAccount(bool keepAccount);
 

@@ -1,5 +1,6 @@
 #include "core/KioskLog.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "core/KioskVersion.h"

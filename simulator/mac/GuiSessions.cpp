@@ -18,6 +18,8 @@ std::optional<GuiSession> ReadSession(const MacTree& mac, const std::string& pat
   for (const char* key : {"uid", "pid", "asid"}) {
     if (!file->contains(key) || !(*file)[key].is_number_integer()) return std::nullopt;
   }
+  // To signal any other number would reach whole groups of processes, or every one there is.
+  if ((*file)["pid"].get<pid_t>() <= 1) return std::nullopt;
   return GuiSession{(*file)["uid"].get<uid_t>(), (*file)["pid"].get<pid_t>(),
                     (*file)["asid"].get<pid_t>()};
 }

@@ -1,0 +1,42 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "simulator/client/ErrorTexts.h"
+
+namespace {
+
+using testing::EndsWith;
+
+TEST(ErrorText, ExplainsEveryCodeOfTheDaemon) {
+  for (const std::string code : {"account_create_failed",
+                                 "account_exists",
+                                 "account_password_failed",
+                                 "already_enrolled",
+                                 "autologin_failed",
+                                 "autologin_in_use",
+                                 "bad_request",
+                                 "claimed",
+                                 "expired",
+                                 "filevault_on",
+                                 "home_failed",
+                                 "invalid_code",
+                                 "launch_agent_failed",
+                                 "not_installed",
+                                 "not_pending",
+                                 "not_permitted",
+                                 "pairing_failed",
+                                 "revoked",
+                                 "starting",
+                                 "unknown_code",
+                                 "unknown_command",
+                                 "unreachable"}) {
+    EXPECT_THAT(client::ErrorText(code), EndsWith(". (" + code + ")"));
+  }
+}
+
+TEST(ErrorText, ShowsAnUnknownCodeAsItIsButForControlCharacters) {
+  EXPECT_EQ(client::ErrorText("new_error"), "new_error");
+  EXPECT_EQ(client::ErrorText("a\033b"), "a?b");
+}
+
+}  // namespace

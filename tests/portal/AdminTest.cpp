@@ -1,0 +1,104 @@
+#include "tests/portal/Portal.h"
+
+namespace {
+
+using AdminInterface = PortalTest;
+
+TEST_F(AdminInterface, IsClosedWithoutItsToken) {
+  portal::HttpsClient client = adminClient();
+  for (const char* token : {"", "wrong"}) {
+    const Answer answer = Exchange(client, "GET", "/api/admin/terminals", "", token);
+    EXPECT_EQ(answer.status, 401);
+    EXPECT_EQ(answer.body, Json({{"error", "unauthorized"}}));
+  }
+  EXPECT_EQ(Exchange(client, "GET", "/nothing", "", "").status, 401);
+}
+
+TEST_F(AdminInterface, ListsTerminalsAndCodes) {
+  std::string id;
+  pair(&id);
+  const std::string pending = newCode();
+  const Json terminals = admin("GET", "/api/admin/terminals").body["terminals"];
+  ASSERT_EQ(terminals.size(), 1U);
+  EXPECT_EQ(terminals[0]["id"], id);
+  EXPECT_EQ(terminals[0]["status"], "enrolled");
+  std::map<std::string, int> states;
+  const Json codes = admin("GET", "/api/admin/codes").body["codes"];
+  for (const Json& code : codes) ++states[code["status"].get<std::string>()];
+  EXPECT_EQ(states, (std::map<std::string, int>{{"collected", 1}, {"pending", 1}}));
+}
+
+TEST_F(AdminInterface, ClaimsACodeOnlyOnceAndOnlyInItsLifetime) {
+  const std::string path = "/api/admin/codes/" + newCode();
+  EXPECT_EQ(admin("POST", path + "/claim", {{"name", ""}}).status, 400);
+  EXPECT_EQ(admin("POST", path + "/claim", {{"name", "Lobby"}}).body["name"], "Lobby");
+  EXPECT_EQ(admin("POST", path + "/claim").status, 409);
+  const std::string late = "/api/admin/codes/" + newCode();
+  EXPECT_EQ(admin("POST", late + "/expire").status, 200);
+  EXPECT_EQ(admin("POST", late + "/claim").status, 410);
+  EXPECT_EQ(admin("POST", "/api/admin/codes/ABCD2345/claim").status, 404);
+  EXPECT_EQ(admin("POST", "/api/admin/codes/ABCD2345/expire").status, 404);
+}
+
+TEST_F(AdminInterface, DoesNotExpireACollectedCode) {
+  const std::string code = newCode();
+  admin("POST", "/api/admin/codes/" + code + "/claim");
+  device("GET", "/api/kiosk/pair/" + code);
+  EXPECT_EQ(admin("POST", "/api/admin/codes/" + code + "/expire").status, 409);
+}
+
+TEST_F(AdminInterface, RemovesASettingThatIsSetToNull) {
+  std::string id;
+  pair(&id);
+  const std::string path = "/api/admin/terminals/" + id;
+  ASSERT_EQ(admin("PATCH", path, {{"name", "Lobby"}, {"exitPassword", "x"}}).status, 200);
+  const Json changed =
+      admin("PATCH", path, {{"name", nullptr}, {"exitPassword", nullptr}, {"signIn", nullptr}})
+          .body;
+  EXPECT_EQ(changed["name"], "lobby.local");
+  EXPECT_FALSE(changed.contains("exitPassword"));
+}
+
+TEST_F(AdminInterface, RefusesInvalidSettingsUnlessToldNotToLook) {
+  std::string id;
+  const std::string token = pair(&id);
+  const std::string path = "/api/admin/terminals/" + id;
+  const std::vector<Json> invalid = {
+      {{"power", {{"screenOffMinutes", 241}, {"sleepMinutes", 0}}}},
+      {{"power", {{"screenOffMinutes", true}, {"sleepMinutes", 0}}}},
+      {{"power",
+        {{"screenOffMinutes", 1}, {"sleepMinutes", 0}, {"schedule", {{"sleepAt", "24:00"}}}}}},
+      {{"power", {{"screenOffMinutes", 1}, {"sleepMinutes", 0}, {"schedule", {{"days", {7}}}}}}},
+      {{"updates", {{"window", {{"start", "02:00"}, {"end", "05:00"}, {"days", Json::array()}}}}}},
+      {{"powerSource", "nobody"}},
+      {{"signIn", {{"microsoft", 1}, {"email", false}, {"extraHosts", Json::array()}}}},
+      {{"signIn", {{"microsoft", true}, {"email", false}, {"extraHosts", {"localhost"}}}}},
+      {{"exitPassword", 5}}};
+  for (const Json& change : invalid) {
+    EXPECT_EQ(admin("PATCH", path, change).status, 400) << change;
+    EXPECT_EQ(admin("PATCH", path + "/raw", change).status, 200) << change;
+    const auto [key, value] = *change.items().begin();
+    EXPECT_EQ(checkIn(token).body[key], value);
+  }
+  EXPECT_EQ(admin("PATCH", path + "/raw", {{"name", 5}}).status, 400);
+  EXPECT_EQ(admin("PATCH", path, {{"status", "revoked"}}).status, 400);
+}
+
+TEST_F(AdminInterface, DoesNotKnowAForgottenTerminal) {
+  const std::string path = "/api/admin/terminals/0123456789abcdef";
+  EXPECT_EQ(admin("GET", path).status, 404);
+  EXPECT_EQ(admin("PATCH", path, Json::object()).status, 404);
+  EXPECT_EQ(admin("PATCH", path + "/raw", Json::object()).status, 404);
+  EXPECT_EQ(admin("DELETE", path).status, 404);
+  EXPECT_EQ(admin("POST", path + "/revoke").status, 404);
+}
+
+TEST_F(AdminInterface, KnowsNoOtherPathsAndMethods) {
+  EXPECT_EQ(admin("GET", "/api/kiosk/pair/ABCD2345").status, 404);
+  const Answer answer = admin("PUT", "/api/admin/terminals/0123");
+  EXPECT_EQ(answer.status, 405);
+  EXPECT_EQ(answer.headers.at("allow"), "GET, PATCH, DELETE");
+  EXPECT_EQ(admin("PUT", "/api/admin/misbehaviour", std::string(70000, 'x')).status, 413);
+}
+
+}  // namespace

@@ -1,0 +1,197 @@
+#include "tests/portal/Portal.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "tests/portal/OpenApi.h"
+#include "tests/portal/RecordCheck.h"
+
+namespace {
+
+constexpr std::chrono::seconds kPatience{60};
+
+/// @param output the child's standard output and standard error; -1 leaves them alone
+pid_t Spawn(const std::vector<std::string>& command, int output) {
+  std::vector<std::string> strings = command;
+  std::vector<char*> arguments;
+  for (std::string& argument : strings) arguments.push_back(argument.data());
+  arguments.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  for (const int fd : {STDOUT_FILENO, STDERR_FILENO})
+    if (output >= 0) posix_spawn_file_actions_adddup2(&actions, output, fd);
+  pid_t process = -1;
+  if (posix_spawn(&process, arguments[0], &actions, nullptr, arguments.data(), environ) != 0)
+    process = -1;
+  posix_spawn_file_actions_destroy(&actions);
+  return process;
+}
+
+int Wait(pid_t process) {
+  int status = 0;
+  while (waitpid(process, &status, 0) < 0 && errno == EINTR) {
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string ReadToEnd(int fd) {
+  std::string text;
+  std::array<char, 4096> buffer{};
+  for (;;) {
+    const ssize_t count = read(fd, buffer.data(), buffer.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return text;
+    text.append(buffer.data(), static_cast<std::size_t>(count));
+  }
+}
+
+}  // namespace
+
+TemporaryFolder::TemporaryFolder() {
+  std::string name = (std::filesystem::temp_directory_path() / "portal-test-XXXXXX").string();
+  path_ = mkdtemp(name.data());
+}
+
+TemporaryFolder::~TemporaryFolder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+ProgramResult RunProgram(const std::vector<std::string>& command) {
+  std::array<int, 2> ends{};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) return {};
+  const pid_t process = Spawn(command, ends[1]);
+  close(ends[1]);
+  ProgramResult result;
+  result.output = ReadToEnd(ends[0]);
+  close(ends[0]);
+  if (process > 0) result.status = Wait(process);
+  return result;
+}
+
+std::string FileText(const std::filesystem::path& path) {
+  std::ostringstream text;
+  text << std::ifstream(path).rdbuf();
+  return text.str();
+}
+
+Json PairRequest() {
+  return {{"hostname", "lobby.local"},
+          {"platform", "macOS"},
+          {"osVersion", "14.6.1"},
+          {"appVersion", "2026.10.15"}};
+}
+
+Json CheckInRequest() {
+  return {{"appVersion", "2026.10.15"},
+          {"powerLocal", nullptr},
+          {"powerError", nullptr},
+          {"osUpdates", nullptr}};
+}
+
+Answer Exchange(portal::HttpsClient& client, const std::string& method, const std::string& path,
+                const std::string& body, const std::string& token) {
+  portal::HttpRequest request{method, path, {}, body};
+  if (!body.empty()) request.headers["content-type"] = "application/json";
+  if (!token.empty()) request.headers["authorization"] = "Bearer " + token;
+  const auto response = client.send(request);
+  if (!response) return {0, nullptr, "", client.error(), {}};
+  Json parsed = Json::parse(response->body, nullptr, false);
+  if (parsed.is_discarded()) parsed = nullptr;
+  return {response->status, parsed, response->body, "", response->headers};
+}
+
+void PortalTest::SetUp() {
+  // A client may write to a connection that the portal has just closed.
+  std::signal(SIGPIPE, SIG_IGN);
+  start();
+}
+
+void PortalTest::start() {
+  process_ = Spawn({PORTAL_PROGRAM, "--dir", dir(), "serve", "--record", record()}, -1);
+  ASSERT_GT(process_, 0);
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (!std::filesystem::exists(dir() / "ready.json")) {
+    ASSERT_EQ(waitpid(process_, nullptr, WNOHANG), 0) << "the portal ended";
+    ASSERT_LT(std::chrono::steady_clock::now(), deadline);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  ready_ = Json::parse(FileText(dir() / "ready.json"));
+}
+
+int PortalTest::stop() {
+  if (process_ <= 0) return -1;
+  kill(process_, SIGTERM);
+  const int status = Wait(process_);
+  process_ = -1;
+  return status;
+}
+
+void PortalTest::TearDown() {
+  if (process_ > 0) {
+    EXPECT_EQ(stop(), 0);
+  }
+  if (!std::filesystem::exists(record()) || std::filesystem::file_size(record()) == 0) return;
+  std::string problem;
+  const auto description = openapi::ReadDescription(PORTAL_API_FILE, problem);
+  ASSERT_TRUE(description) << problem;
+  for (const std::string& violation :
+       openapi::CheckRecord(*description, record(), openapi::Refusals::kAllowed))
+    ADD_FAILURE() << violation;
+}
+
+portal::HttpsClient PortalTest::deviceClient() const {
+  return {ready_["url"].get<std::string>(), dir() / "ca.pem"};
+}
+
+portal::HttpsClient PortalTest::adminClient() const {
+  return {ready_["adminUrl"].get<std::string>(), dir() / "ca.pem"};
+}
+
+Answer PortalTest::device(const std::string& method, const std::string& path,
+                          const std::string& body, const std::string& token) const {
+  portal::HttpsClient client = deviceClient();
+  return Exchange(client, method, path, body, token);
+}
+
+Answer PortalTest::admin(const std::string& method, const std::string& path,
+                         const Json& body) const {
+  portal::HttpsClient client = adminClient();
+  return Exchange(client, method, path, body.is_null() ? "" : body.dump(),
+                  ready_["adminToken"].get<std::string>());
+}
+
+Answer PortalTest::checkIn(const std::string& token, const Json& changes) const {
+  Json body = CheckInRequest();
+  body.update(changes);
+  return device("POST", "/api/kiosk/check-in", body.dump(), token);
+}
+
+ProgramResult PortalTest::command(const std::vector<std::string>& arguments) const {
+  std::vector<std::string> whole = {PORTAL_PROGRAM, "--dir", dir()};
+  whole.insert(whole.end(), arguments.begin(), arguments.end());
+  return RunProgram(whole);
+}
+
+std::string PortalTest::newCode() const {
+  const Answer answer = device("POST", "/api/kiosk/pair", PairRequest().dump());
+  EXPECT_EQ(answer.status, 200);
+  return answer.body.value("pairingCode", "");
+}
+
+std::string PortalTest::pair(std::string* id) const {
+  const std::string code = newCode();
+  const Answer claimed = admin("POST", "/api/admin/codes/" + code + "/claim");
+  EXPECT_EQ(claimed.status, 200);
+  if (id != nullptr) *id = claimed.body.value("id", "");
+  return device("GET", "/api/kiosk/pair/" + code).body.value("deviceToken", "");
+}

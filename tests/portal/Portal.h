@@ -1,0 +1,97 @@
+// A real portal in a process of its own, for tests.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/types.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "platform/Json.h"
+#include "simulator/portal/HttpsClient.h"
+
+/// A folder that goes away with this object.
+class TemporaryFolder {
+ public:
+  TemporaryFolder();
+  ~TemporaryFolder();
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+  const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+/// What a program left behind.
+struct ProgramResult {
+  int status = -1;     ///< exit status; -1 when it died by a signal
+  std::string output;  ///< standard output and standard error
+};
+
+/// Runs a program to its end.
+/// @param command path and arguments
+ProgramResult RunProgram(const std::vector<std::string>& command);
+
+/// What the portal answered; status 0 means no answer.
+struct Answer {
+  int status = 0;
+  Json body;          ///< null when it is not JSON
+  std::string text;   ///< the body as it came
+  std::string error;  ///< why there was no answer
+  std::map<std::string, std::string> headers;
+};
+
+/// A test with a running portal, whose whole traffic is held against its description at the end.
+class PortalTest : public testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  void start();
+  /// Sends SIGTERM and waits. @return the exit status
+  int stop();
+
+  /// A new connection to the terminals' or the administrator's interface.
+  portal::HttpsClient deviceClient() const;
+  portal::HttpsClient adminClient() const;
+
+  Answer device(const std::string& method, const std::string& path, const std::string& body = "",
+                const std::string& token = "") const;
+  Answer admin(const std::string& method, const std::string& path,
+               const Json& body = nullptr) const;
+  Answer checkIn(const std::string& token, const Json& changes = Json::object()) const;
+
+  /// Runs the portal's command line for this portal.
+  ProgramResult command(const std::vector<std::string>& arguments) const;
+
+  /// Asks for a code.
+  std::string newCode() const;
+  /// Pairs a terminal. @return its token; its id is put into `id`
+  std::string pair(std::string* id = nullptr) const;
+
+  std::filesystem::path dir() const { return folder_.path() / "portal"; }
+  std::filesystem::path record() const { return folder_.path() / "record.jsonl"; }
+  const Json& ready() const { return ready_; }
+  const std::filesystem::path& folder() const { return folder_.path(); }
+
+ private:
+  TemporaryFolder folder_;
+  pid_t process_ = -1;
+  Json ready_;
+};
+
+/// Sends one request over a client and reads the answer.
+Answer Exchange(portal::HttpsClient& client, const std::string& method, const std::string& path,
+                const std::string& body, const std::string& token);
+
+/// A pair request that the portal accepts.
+Json PairRequest();
+
+/// A check-in that the portal accepts.
+Json CheckInRequest();
+
+/// The content of a small file.
+std::string FileText(const std::filesystem::path& path);

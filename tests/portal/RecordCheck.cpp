@@ -1,0 +1,155 @@
+#include "tests/portal/RecordCheck.h"
+
+#include <cctype>
+#include <fstream>
+#include <optional>
+
+#include "tests/portal/OpenApi.h"
+#include "tests/portal/SchemaCheck.h"
+
+namespace openapi {
+namespace {
+
+bool IsExchange(const Json& exchange) {
+  return exchange.is_object() && exchange.value("method", Json()).is_string() &&
+         exchange.value("path", Json()).is_string() &&
+         exchange.value("requestHeaders", Json()).is_object() && exchange.contains("requestBody") &&
+         exchange.value("status", Json()).is_number_integer() &&
+         exchange.value("responseHeaders", Json()).is_object() && exchange.contains("responseBody");
+}
+
+std::string Header(const Json& headers, const char* name) {
+  const Json value = headers.value(name, Json());
+  return value.is_string() ? value.get<std::string>() : "";
+}
+
+/// Holds a body against the description of a request or response.
+/// @return what is wrong
+std::optional<std::string> CheckBody(const Json& described, const Json& headers, const Json& body) {
+  if (!described.contains("content"))
+    return body.is_null() ? std::nullopt : std::optional<std::string>("a body is not described");
+  if (body.is_null() && !described.value("required", true)) return std::nullopt;
+  const std::string type = Header(headers, "content-type");
+  const std::string media = type.substr(0, type.find(';'));
+  if (!described["content"].contains(media))
+    return "content type \"" + type + "\" is not described";
+  return FindViolation(described["content"][media].value("schema", Json::object()), body);
+}
+
+/// One exchange on its way through the checks.
+class Check {
+ public:
+  Check(const Json& description, const Json& exchange, Refusals refusals)
+      : description_(description),
+        exchange_(exchange),
+        status_(exchange["status"].get<int>()),
+        misbehaved_(exchange.value("misbehaviour", Json()) == true),
+        refused_(refusals == Refusals::kAllowed && status_ >= 400 && status_ < 500) {}
+
+  std::vector<std::string> run();
+
+ private:
+  void report(const std::string& what);
+  void checkOperation(const Json& operation);
+  void checkRequest(const Json& operation);
+  void checkResponse(const Json& operation);
+  void checkSecurity(const Json& operation);
+  void checkUndescribed(int expectedStatus, const std::string& what);
+
+  const Json& description_;
+  const Json& exchange_;
+  const int status_;
+  const bool misbehaved_;
+  const bool refused_;  ///< a wrong request is no violation
+  std::vector<std::string> violations_;
+};
+
+std::vector<std::string> Check::run() {
+  const Json* const item = FindPath(description_, exchange_["path"].get<std::string>());
+  const Json* const operation =
+      item == nullptr ? nullptr : FindOperation(*item, exchange_["method"].get<std::string>());
+  if (item == nullptr)
+    checkUndescribed(404, "the path is not described");
+  else if (operation == nullptr)
+    checkUndescribed(405, "the method is not described");
+  else
+    checkOperation(*operation);
+  return violations_;
+}
+
+void Check::report(const std::string& what) {
+  violations_.push_back(exchange_["method"].get<std::string>() + " " +
+                        exchange_["path"].get<std::string>() + " " + std::to_string(status_) +
+                        ": " + what);
+}
+
+void Check::checkUndescribed(int expectedStatus, const std::string& what) {
+  // An administrator's interface does not tell strangers which paths it has.
+  if (!refused_ || (status_ != expectedStatus && status_ != 401 && status_ != 413))
+    return report(what);
+  if (status_ == 405 && Header(exchange_["responseHeaders"], "allow").empty())
+    report("405 without an Allow header");
+}
+
+void Check::checkOperation(const Json& operation) {
+  checkRequest(operation);
+  if (misbehaved_) return;
+  checkResponse(operation);
+  checkSecurity(operation);
+}
+
+void Check::checkRequest(const Json& operation) {
+  const Json described = operation.value("requestBody", Json::object());
+  const auto wrong = CheckBody(described, exchange_["requestHeaders"], exchange_["requestBody"]);
+  if (wrong && !refused_) report("request: " + *wrong);
+}
+
+void Check::checkResponse(const Json& operation) {
+  const std::string status = std::to_string(status_);
+  // Interfaces on ports of their own know nothing of each other's paths.
+  const bool otherPort = refused_ && status_ == 404;
+  if (!operation["responses"].contains(status))
+    return otherPort ? void() : report("the status is not described");
+  const Json& described = operation["responses"][status];
+  const auto wrong = CheckBody(described, exchange_["responseHeaders"], exchange_["responseBody"]);
+  if (wrong) report("response: " + *wrong);
+  const Json headers = described.value("headers", Json::object());
+  for (const auto& [name, header] : headers.items()) {
+    std::string lower = name;
+    for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (Header(exchange_["responseHeaders"], lower.c_str()).empty())
+      report("response: header " + name + " is missing");
+  }
+}
+
+void Check::checkSecurity(const Json& operation) {
+  const Json needed = operation.value("security", description_.value("security", Json::array()));
+  if (needed.empty() || status_ < 200 || status_ >= 300) return;
+  if (!Header(exchange_["requestHeaders"], "authorization").starts_with("Bearer "))
+    report("success without a bearer token");
+}
+
+}  // namespace
+
+std::vector<std::string> CheckExchange(const Json& description, const Json& exchange,
+                                       Refusals refusals) {
+  if (!IsExchange(exchange)) return {"not an exchange"};
+  return Check(description, exchange, refusals).run();
+}
+
+std::vector<std::string> CheckRecord(const Json& description, const std::string& path,
+                                     Refusals refusals) {
+  std::vector<std::string> violations;
+  std::ifstream file(path);
+  int number = 0;
+  for (std::string line; std::getline(file, line);) {
+    ++number;
+    const Json exchange = Json::parse(line, nullptr, false);
+    for (const std::string& violation : CheckExchange(description, exchange, refusals))
+      violations.push_back(path + ":" + std::to_string(number) + ": " + violation);
+  }
+  if (number == 0) violations.push_back(path + ":1: no exchange");
+  return violations;
+}
+
+}  // namespace openapi

@@ -1,0 +1,79 @@
+// The world of a system test: the real portal, a simulated Mac with the real kioskd, booted.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tests/support/ChannelClient.h"
+#include "tests/support/Child.h"
+#include "tests/support/MacFolder.h"
+
+inline constexpr char kHelper[] = "/Applications/Brindlex.app/Contents/Helpers/kioskd";
+inline constexpr char kKioskctl[] = "/Applications/Brindlex.app/Contents/MacOS/kioskctl";
+inline constexpr char kStateDir[] = "/Library/Application Support/Brindlex/Kiosk";
+inline constexpr char kStateFile[] = "/Library/Application Support/Brindlex/Kiosk/state.json";
+inline constexpr char kLaunchAgent[] = "/Library/LaunchAgents/com.brindlex.stream.kiosk.plist";
+inline constexpr char kPasswordFile[] = "/private/etc/kcpassword";
+inline constexpr char kSocket[] = "/private/var/run/com.brindlex.stream.kioskd.socket";
+
+/// The real portal, with a folder of its own.
+class PortalProcess {
+ public:
+  PortalProcess();
+  ~PortalProcess();
+  PortalProcess(const PortalProcess&) = delete;
+  PortalProcess& operator=(const PortalProcess&) = delete;
+
+  const std::string& url() const { return _url; }
+  std::string authority() const { return _folder + "/ca.pem"; }
+  std::string record() const { return _folder + "/record.jsonl"; }
+  /// Runs an administrator's command; its answer as JSON.
+  Json admin(const std::vector<std::string>& arguments) const;
+  void stop() { _process.reset(); }
+
+ private:
+  std::string _folder;
+  std::string _url;
+  std::unique_ptr<Child> _process;
+};
+
+class SystemTest : public testing::Test {
+ protected:
+  SystemTest();
+  ~SystemTest() override;
+
+  /// Boots the Mac and waits until the daemon answers.
+  void boot();
+  /// Switches it off.
+  void halt();
+  bool isUp() const { return _machine != nullptr; }
+  /// What the machine has told so far.
+  std::string timeline() const { return _machine ? _machine->output() : ""; }
+
+  /// Runs a command inside the Mac.
+  Finished run(const std::vector<std::string>& command, const std::string& user = "root") const;
+  Json machineStatus() const;
+  /// The daemon's process id, or -1 when it does not run.
+  pid_t daemonPid() const;
+  /// Kills the daemon, if it runs; launchd starts it anew, and it checks in at once.
+  void killDaemon() const;
+
+  /// A peer of the command channel that carries the application's signature.
+  ChannelClient peer() const;
+  /// Sends a request as root and returns the reply; null when none comes.
+  Json ask(const Json& request) const { return peer().ask(request); }
+
+  /// Pairs the terminal under this name, up to the reply that says provisioned.
+  void enrol(const std::string& name);
+  bool kioskAccountExists() const;
+
+  PortalProcess portal;
+  MacFolder mac;
+
+ private:
+  std::unique_ptr<Child> _machine;
+};

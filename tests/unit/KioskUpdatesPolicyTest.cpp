@@ -1,0 +1,167 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "core/KioskJson.h"
+#include "tests/unit/PolicyRules.h"
+#include "tests/unit/RandomJson.h"
+#include "updates/KioskUpdates.h"
+
+namespace {
+
+Json Default() {
+  return Json::parse(R"({"automatic":false,
+      "window":{"start":"02:00","end":"05:00","days":[0,1,2,3,4,5,6]}})");
+}
+
+/// The default policy with `value` at `path`, as in "/window/days".
+Json With(const char* path, const Json& value) {
+  Json policy = Default();
+  policy[Json::json_pointer(path)] = value;
+  return policy;
+}
+
+TEST(UpdatesDefault, HasANightlyWindowAndInstallsNothing) {
+  EXPECT_EQ(KioskUpdatesDefault(), Default());
+  EXPECT_EQ(KioskUpdatesParse(KioskUpdatesDefault()), Default());
+}
+
+TEST(UpdatesPolicy, IsAnObject) {
+  for (const char* text : {"null", "true", "1", "\"x\"", "[]", "[{}]"}) {
+    EXPECT_EQ(KioskUpdatesParse(Json::parse(text)), std::nullopt) << text;
+  }
+}
+
+TEST(UpdatesPolicy, IsTheDefaultWhenNothingIsGiven) {
+  EXPECT_EQ(KioskUpdatesParse(Json::object()), Default());
+  EXPECT_EQ(KioskUpdatesParse({{"automatic", nullptr}, {"window", nullptr}}), Default());
+}
+
+TEST(UpdatesPolicy, RequiresAutomaticToBeABoolean) {
+  EXPECT_EQ(KioskUpdatesParse(With("/automatic", true)), With("/automatic", true));
+  EXPECT_EQ(KioskUpdatesParse({{"automatic", true}}), With("/automatic", true));
+  for (const Json& automatic :
+       {Json(1), Json(0), Json(1.0), Json("true"), Json(""), Json::array(), Json::object()}) {
+    EXPECT_EQ(KioskUpdatesParse(With("/automatic", automatic)), std::nullopt) << automatic;
+  }
+}
+
+TEST(UpdatesPolicy, RefusesWindowsOfOtherTypes) {
+  for (const Json& window : {Json(true), Json(false), Json(0), Json("02:00"), Json::array()}) {
+    EXPECT_EQ(KioskUpdatesParse(With("/window", window)), std::nullopt) << window;
+  }
+}
+
+TEST(UpdatesPolicy, RequiresBothTimesOfAGivenWindow) {
+  EXPECT_EQ(KioskUpdatesParse(With("/window", Json::object())), std::nullopt);
+  EXPECT_EQ(KioskUpdatesParse(With("/window", {{"start", "02:00"}})), std::nullopt);
+  EXPECT_EQ(KioskUpdatesParse(With("/window", {{"end", "05:00"}})), std::nullopt);
+  EXPECT_EQ(KioskUpdatesParse(With("/window", {{"days", {1}}})), std::nullopt);
+  EXPECT_EQ(KioskUpdatesParse(With("/window", {{"start", "02:00"}, {"end", "05:00"}})), Default());
+}
+
+TEST(UpdatesPolicy, RequiresTimesOfDay) {
+  for (const char* path : {"/window/start", "/window/end"}) {
+    for (const Json& time : {Json("24:00"), Json("7:00"), Json("07:00\n"), Json(" 07:00"), Json(),
+                             Json(700), Json(true), Json::array()}) {
+      EXPECT_EQ(KioskUpdatesParse(With(path, time)), std::nullopt) << path << time;
+    }
+  }
+}
+
+TEST(UpdatesPolicy, KeepsTheTimesInWhateverOrder) {
+  for (const char* end : {"00:00", "01:59", "02:00", "02:01", "23:59"}) {
+    EXPECT_EQ(KioskUpdatesParse(With("/window/end", end)), With("/window/end", end)) << end;
+  }
+}
+
+TEST(UpdatesPolicy, OpensOnAllDaysWhenNoneAreGiven) {
+  EXPECT_EQ(KioskUpdatesParse(With("/window/days", nullptr)), Default());
+}
+
+TEST(UpdatesPolicy, NormalisesDays) {
+  EXPECT_EQ(KioskUpdatesParse(With("/window/days", {3, 1, 1})), With("/window/days", {1, 3}));
+  const std::optional<Json> policy = KioskUpdatesParse(With("/window/days", {3.0}));
+  ASSERT_TRUE(policy);
+  EXPECT_EQ((*policy)["window"]["days"].dump(), "[3]");
+}
+
+TEST(UpdatesPolicy, RefusesDaysThatNeverComeOrAreNone) {
+  for (const Json& days : {Json::array(), Json({7}), Json({-1}), Json::array({"1"}), Json({true}),
+                           Json({1, 1, 1, 1, 1, 1, 1, 1}), Json(1), Json(""), Json::object()}) {
+    EXPECT_EQ(KioskUpdatesParse(With("/window/days", days)), std::nullopt) << days;
+  }
+}
+
+TEST(UpdatesPolicy, DropsUnknownKeys) {
+  Json policy = With("/note", "x");
+  policy["window"]["zone"] = "UTC";
+  EXPECT_EQ(KioskUpdatesParse(policy), Default());
+}
+
+std::optional<Json> WindowByTheTables(const Json& given) {
+  if (!given.is_object() || !Has(given, "start") || !Has(given, "end")) return std::nullopt;
+  if (!MinuteOfDay(given.at("start")) || !MinuteOfDay(given.at("end"))) return std::nullopt;
+  const Json everyDay{0, 1, 2, 3, 4, 5, 6};
+  const std::optional<Json> days = Weekdays(Has(given, "days") ? given.at("days") : everyDay);
+  if (!days || days->empty()) return std::nullopt;
+  Json window = Json::object();
+  window["start"] = given.at("start");
+  window["end"] = given.at("end");
+  window["days"] = *days;
+  return window;
+}
+
+std::optional<Json> PolicyByTheTables(const Json& given) {
+  if (!given.is_object()) return std::nullopt;
+  Json policy = Default();
+  if (Has(given, "automatic")) {
+    if (!given.at("automatic").is_boolean()) return std::nullopt;
+    policy["automatic"] = given.at("automatic");
+  }
+  if (Has(given, "window")) {
+    const std::optional<Json> window = WindowByTheTables(given.at("window"));
+    if (!window) return std::nullopt;
+    policy["window"] = *window;
+  }
+  return policy;
+}
+
+Json NearlyPolicy(Random& random) {
+  Json window = Json::object();
+  UsuallyPut(random, window, "start", UsuallyOneOf(random, {NearlyClock(random)}));
+  UsuallyPut(random, window, "end", UsuallyOneOf(random, {NearlyClock(random)}));
+  UsuallyPut(random, window, "days", UsuallyOneOf(random, {NearlyDays(random)}));
+  Json policy = Json::object();
+  UsuallyPut(random, policy, "automatic", UsuallyOneOf(random, {true, false, true, false, 1}));
+  UsuallyPut(random, policy, "window", UsuallyOneOf(random, {window}));
+  if (random.oneIn(4)) policy["other"] = AnyJson(random, 1);
+  return policy;
+}
+
+TEST(UpdatesPolicy, AgreesWithTheTablesOnRandomPolicies) {
+  Random random(16);
+  int accepted = 0;
+  for (int round = 0; round < 30'000; ++round) {
+    const Json given = NearlyPolicy(random);
+    const std::optional<Json> expected = PolicyByTheTables(given);
+    const std::optional<Json> policy = KioskUpdatesParse(given);
+    ASSERT_EQ(policy, expected) << given;
+    if (!policy) continue;
+    ++accepted;
+    ASSERT_EQ(policy->dump(), expected->dump()) << given;
+    ASSERT_EQ(KioskUpdatesParse(*policy), *policy) << given;
+  }
+  EXPECT_GT(accepted, 3000);
+  EXPECT_LT(accepted, 27'000);
+}
+
+TEST(UpdatesPolicy, RefusesOrParsesWhateverTheValueIs) {
+  Random random(17);
+  for (int round = 0; round < 10'000; ++round) {
+    const Json given = AnyJson(random, 4);
+    ASSERT_EQ(KioskUpdatesParse(given), PolicyByTheTables(given)) << given;
+  }
+}
+
+}  // namespace
