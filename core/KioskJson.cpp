@@ -30,7 +30,8 @@ bool NestsTooDeep(std::string_view text) {
 }  // namespace
 
 std::optional<Json> KioskJsonParse(std::string_view text) {
-  if (NestsTooDeep(text)) return std::nullopt;
+  // The parser takes a zero byte for the end of the text; in JSON there is no place for one.
+  if (text.find('\0') != text.npos || NestsTooDeep(text)) return std::nullopt;
   Json value = Json::parse(text, nullptr, false);
   if (value.is_discarded()) return std::nullopt;
   return value;

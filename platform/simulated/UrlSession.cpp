@@ -105,6 +105,8 @@ class Exchange {
     set(CURLOPT_NOSIGNAL, 1L);
     set(CURLOPT_ERRORBUFFER, _error);
     set(CURLOPT_PROTOCOLS_STR, kProtocols);
+    // An address without a scheme names none that is spoken; libcurl would guess http.
+    set(CURLOPT_DEFAULT_PROTOCOL, "file");
     set(CURLOPT_REDIR_PROTOCOLS_STR, kProtocols);
     set(CURLOPT_FOLLOWLOCATION, 1L);
     set(CURLOPT_MAXREDIRS, kMaximumRedirects);

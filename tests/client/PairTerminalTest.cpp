@@ -69,7 +69,7 @@ TEST_F(PairOnATerminal, ShowsHowTheTimeRunsDown) {
 
 TEST_F(PairOnATerminal, ShowsAnUnreachablePortalBesideTheTime) {
   script({Replies(kBegun), Replies(R"({"ok":false,"error":"unreachable"})"), Replies(kOpen),
-          Replies(R"({"ok":true,"paired":true})")});
+          Replies(R"({"ok":true,"paired":true,"provisioned":true})")});
   const ChildResult result = pair({});
   EXPECT_EQ(result.status, 0);
   EXPECT_THAT(result.output, HasSubstr(". The portal cannot be reached. (unreachable)\r\033[K"));
@@ -82,9 +82,9 @@ TEST_F(PairOnATerminal, WritesPlainLinesToATerminalThatCannotMore) {
 }
 
 TEST_F(PairOnATerminal, PrintsNothingButTheRepliesWithJson) {
-  script({Replies(kBegun), Replies(R"({"ok":true,"paired":true})")});
+  script({Replies(kBegun), Replies(R"({"ok":true,"paired":true,"provisioned":true})")});
   EXPECT_EQ(pair({"--json"}).output,
-            std::string(kBegun) + "\r\n" + R"({"ok":true,"paired":true})" + "\r\n");
+            std::string(kBegun) + "\r\n" + R"({"ok":true,"paired":true,"provisioned":true})" + "\r\n");
 }
 
 }  // namespace
