@@ -16,7 +16,7 @@ namespace platform {
 namespace {
 
 /// A text as a dictionary can hold it.
-std::string upToZero(const std::string& text) { return text.c_str(); }
+std::string upToZero(const std::string& text) { return text.substr(0, text.find('\0')); }
 
 /// How many connections are accepted before others on the network's thread have their turn.
 constexpr int kAcceptedAtOnce = 64;

@@ -149,7 +149,10 @@ void ChannelPeer::Impl::sendNext() {
 
 void ChannelPeer::Impl::finishWrite(const std::error_code& error) {
   if (error) close();
-  if (_closed) return _output.clear();
+  if (_closed) {
+    _output.clear();
+    return;
+  }
   _unsentBytes -= _output.front().size();
   _output.pop_front();
   if (!_output.empty()) sendNext();

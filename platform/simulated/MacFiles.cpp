@@ -235,8 +235,8 @@ std::optional<MacUser> MacTree::userNamed(const std::string& name) const {
 }
 
 std::optional<MacUser> MacTree::userWithUid(uid_t uid) const {
-  for (MacUser& user : users()) {
-    if (user.uid == uid) return std::move(user);
+  for (const MacUser& user : users()) {
+    if (user.uid == uid) return user;
   }
   return std::nullopt;
 }

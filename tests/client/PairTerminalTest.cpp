@@ -83,8 +83,9 @@ TEST_F(PairOnATerminal, WritesPlainLinesToATerminalThatCannotMore) {
 
 TEST_F(PairOnATerminal, PrintsNothingButTheRepliesWithJson) {
   script({Replies(kBegun), Replies(R"({"ok":true,"paired":true,"provisioned":true})")});
-  EXPECT_EQ(pair({"--json"}).output,
-            std::string(kBegun) + "\r\n" + R"({"ok":true,"paired":true,"provisioned":true})" + "\r\n");
+  EXPECT_EQ(
+      pair({"--json"}).output,
+      std::string(kBegun) + "\r\n" + R"({"ok":true,"paired":true,"provisioned":true})" + "\r\n");
 }
 
 }  // namespace
