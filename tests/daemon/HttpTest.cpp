@@ -233,8 +233,8 @@ TEST_F(Http, DoesNotFollowARedirectToAFile) {
 
 TEST_F(Http, TakesTheLargestBodyAndNothingLarger) {
   constexpr char kBytes[] = "application/octet-stream";  // which the server does not compress
-  portal.answerText("GET /largest", 200, std::string(kLargestBody, ' '), kBytes);
-  portal.answerText("GET /larger", 200, std::string(kLargestBody + 1, ' '), kBytes);
+  portal.answerText("GET /largest", 200, std::string(kLargestBody, 'x'), kBytes);
+  portal.answerText("GET /larger", 200, std::string(kLargestBody + 1, 'x'), kBytes);
   EXPECT_EQ(get("/largest").data.size(), kLargestBody);
   expectUnreached(get("/larger"));
   expectOneNotReachedLine("GET /larger");

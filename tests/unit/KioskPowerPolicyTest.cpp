@@ -203,7 +203,7 @@ Json NearlyPolicy(Random& random) {
 TEST(PowerPolicy, AgreesWithTheTablesOnRandomPolicies) {
   Random random(14);
   int accepted = 0;
-  for (int round = 0; round < 30'000; ++round) {
+  for (int round = 0; round < 6'000; ++round) {
     const Json given = NearlyPolicy(random);
     const std::optional<Json> expected = PolicyByTheTables(given);
     const std::optional<Json> policy = KioskPowerParse(given);
@@ -213,13 +213,13 @@ TEST(PowerPolicy, AgreesWithTheTablesOnRandomPolicies) {
     ASSERT_EQ(policy->dump(), expected->dump()) << given;
     ASSERT_EQ(KioskPowerParse(*policy), *policy) << given;
   }
-  EXPECT_GT(accepted, 3000);
-  EXPECT_LT(accepted, 27'000);
+  EXPECT_GT(accepted, 600);
+  EXPECT_LT(accepted, 5'400);
 }
 
 TEST(PowerPolicy, RefusesOrParsesWhateverTheValueIs) {
   Random random(15);
-  for (int round = 0; round < 10'000; ++round) {
+  for (int round = 0; round < 2'000; ++round) {
     const Json given = AnyJson(random, 4);
     ASSERT_EQ(KioskPowerParse(given), PolicyByTheTables(given)) << given;
   }

@@ -142,7 +142,7 @@ Json NearlyPolicy(Random& random) {
 TEST(UpdatesPolicy, AgreesWithTheTablesOnRandomPolicies) {
   Random random(16);
   int accepted = 0;
-  for (int round = 0; round < 30'000; ++round) {
+  for (int round = 0; round < 6'000; ++round) {
     const Json given = NearlyPolicy(random);
     const std::optional<Json> expected = PolicyByTheTables(given);
     const std::optional<Json> policy = KioskUpdatesParse(given);
@@ -152,13 +152,13 @@ TEST(UpdatesPolicy, AgreesWithTheTablesOnRandomPolicies) {
     ASSERT_EQ(policy->dump(), expected->dump()) << given;
     ASSERT_EQ(KioskUpdatesParse(*policy), *policy) << given;
   }
-  EXPECT_GT(accepted, 3000);
-  EXPECT_LT(accepted, 27'000);
+  EXPECT_GT(accepted, 600);
+  EXPECT_LT(accepted, 5'400);
 }
 
 TEST(UpdatesPolicy, RefusesOrParsesWhateverTheValueIs) {
   Random random(17);
-  for (int round = 0; round < 10'000; ++round) {
+  for (int round = 0; round < 2'000; ++round) {
     const Json given = AnyJson(random, 4);
     ASSERT_EQ(KioskUpdatesParse(given), PolicyByTheTables(given)) << given;
   }
