@@ -1,5 +1,6 @@
 #include "portal/KioskHttp.h"
 
+#include <memory>
 #include <optional>
 #include <semaphore>
 #include <utility>
@@ -33,15 +34,20 @@ platform::UrlRequest Request(const std::string& url, const std::string& method, 
   return request;
 }
 
-platform::UrlResult Exchange(platform::UrlRequest request) {
+// The completion shares the semaphore: the waiting side may go on while release() still returns.
+struct PendingExchange {
   platform::UrlResult result;
-  std::binary_semaphore done(0);
-  SharedSession().start(std::move(request), [&](const platform::UrlResult& outcome) {
-    result = outcome;
-    done.release();
+  std::binary_semaphore done{0};
+};
+
+platform::UrlResult Exchange(platform::UrlRequest request) {
+  const auto pending = std::make_shared<PendingExchange>();
+  SharedSession().start(std::move(request), [pending](const platform::UrlResult& outcome) {
+    pending->result = outcome;
+    pending->done.release();
   });
-  done.acquire();  // without a limit: the session's time-outs end every exchange
-  return result;
+  pending->done.acquire();  // without a limit: the session's time-outs end every exchange
+  return std::move(pending->result);
 }
 
 KioskHttpResult KioskSend(const std::string& baseUrl, const std::string& method,
