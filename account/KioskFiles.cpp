@@ -42,7 +42,8 @@ bool Fill(KioskDescriptor& file, const std::string& data, mode_t mode, uid_t own
 }  // namespace
 
 std::optional<std::string> KioskReadFile(const std::string& path) {
-  const KioskDescriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  // Without waiting: a FIFO put in a file's place reads as empty instead of holding up the start.
+  const KioskDescriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   if (!file) return std::nullopt;
   std::string content;
   std::array<char, 16384> buffer;

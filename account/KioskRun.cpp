@@ -16,7 +16,8 @@
 #include "core/KioskText.h"
 #include "platform/Process.h"
 
-extern char** environ;
+// POSIX leaves the declaration to the program; some systems' headers have it as well.
+extern char** environ;  // NOLINT(readability-redundant-declaration)
 
 namespace {
 
@@ -156,7 +157,7 @@ bool KioskRunChecked(const std::string& path, const std::vector<std::string>& ar
   const std::int32_t status = KioskRun(path, arguments, &output);
   if (status != 0) {
     KioskLogError("%@ %@ exited %d: %@", LastComponent(path),
-                  arguments.empty() ? std::string_view() : std::string_view(arguments.front()),
+                  arguments.empty() ? std::string_view{} : std::string_view{arguments.front()},
                   status, output);
   }
   return status == 0;

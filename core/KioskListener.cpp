@@ -23,7 +23,7 @@ constexpr char kPeerRequirement[] =
     "certificate leaf[subject.OU] = \"Q4ZT8K2M6R\"";
 
 void SendReply(const ChannelPeer& peer, ChannelReply reply, const Json& response) {
-  reply.setString("response", KioskJsonText(response).value_or("{\"ok\":false}"));
+  reply.setString("response", KioskReplyText(response));
   peer.send(reply);
 }
 
@@ -80,6 +80,10 @@ void HandleListenerEvent(const std::shared_ptr<KioskDaemon>& daemon,
 }
 
 }  // namespace
+
+std::string KioskReplyText(const Json& response) {
+  return KioskJsonText(response).value_or(R"({"ok":false})");
+}
 
 platform::ChannelListener KioskListen(const std::shared_ptr<KioskDaemon>& daemon) {
   platform::ChannelListener listener(kKioskServiceName, platform::Queue(kListenerQueueLabel));

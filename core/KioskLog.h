@@ -97,7 +97,7 @@ void KioskEmit(platform::LogLevel level, const std::string& message);
 template <class T>
 KioskLogArgument KioskLogValue(const T& value) {
   if constexpr (std::convertible_to<const T&, std::string_view>) {
-    return std::string_view(value);
+    return std::string_view{value};
   } else if constexpr (std::signed_integral<T>) {
     return static_cast<long long>(value);
   } else if constexpr (std::unsigned_integral<T>) {

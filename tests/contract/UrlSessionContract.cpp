@@ -93,6 +93,16 @@ TEST_F(UrlSessionTest, KeepsItsConnectionBetweenExchanges) {
   EXPECT_EQ(requests[0].clientPort, requests[2].clientPort);
 }
 
+TEST_F(UrlSessionTest, AsksAgainForAnAnswerThatItMightHaveKept) {
+  const TestServer server([](const std::string& request) {
+    const std::string headers = "Cache-Control: public, max-age=3600\r\nETag: \"1\"\r\n";
+    return Answered(contains(request, "\r\nIf-None-Match:") ? "conditional" : "whole", headers);
+  });
+  EXPECT_EQ(get(server.url("/")).data, "whole");
+  EXPECT_EQ(get(server.url("/")).data, "whole");
+  EXPECT_EQ(server.requests().size(), 2u);
+}
+
 TEST_F(UrlSessionTest, SendsNoCookiesBack) {
   const TestServer server([](const std::string&) { return Answered("", "Set-Cookie: a=b\r\n"); });
   (void)get(server.url("/"));

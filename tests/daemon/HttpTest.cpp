@@ -1,4 +1,5 @@
 // The HTTP client, against a real server on loopback.
+#include <chrono>
 #include <string>
 
 #include "portal/KioskHttp.h"
@@ -162,6 +163,15 @@ TEST_F(Http, ReachesAPortalThatIsBack) {
   EXPECT_FALSE(get("/x").reached);
   portal.resume();
   EXPECT_TRUE(get("/x").success());
+}
+
+TEST_F(Http, GivesUpAfterHalfAMinuteOnAnAnswerThatTricklesIn) {
+  portal.drip("GET /x", 90);
+  const auto start = std::chrono::steady_clock::now();
+  expectUnreached(get("/x"));
+  const auto end = std::chrono::steady_clock::now();
+  expectOneNotReachedLine("GET /x");
+  EXPECT_GE(end - start, std::chrono::seconds(29)) << "the bytes that came counted as none";
 }
 
 TEST_F(Http, RefusesAnAddressThatIsNone) {

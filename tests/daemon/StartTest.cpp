@@ -71,6 +71,11 @@ TEST_F(Start, SaysEnrolledAndChecksInAtOnce) {
   EXPECT_EQ(checkIns(), 1U);
 }
 
+TEST_F(Start, LetsTheTimerFireUpToASecondLate) {
+  startSettled();
+  EXPECT_EQ(virtual_time::LastLeewayNs(), virtual_time::kSecondNs);
+}
+
 TEST_F(Start, SaysEnrolledAndProvisioned) {
   startSettled();
   EXPECT_EQ(mac.countLog("started: enrolled, provisioned"), 1U);

@@ -38,6 +38,15 @@ TEST_F(State, TakesAFileThatCannotBeReadForNone) {
   EXPECT_EQ(mac.log(), (std::vector<LogLine>{{"Default", "started: not enrolled"}}));
 }
 
+TEST_F(State, IsNotHeldUpByAFifoInTheFilesPlace) {
+  mac.writeState(Json::object());
+  ASSERT_EQ(unlink(kStateFile), 0);
+  ASSERT_EQ(mkfifo(kStateFile, 0600), 0);
+  restartDaemon();
+  EXPECT_EQ(mac.countErrors(kIsUnreadable), 1U);
+  EXPECT_EQ(mac.countLog("started: not enrolled"), 1U);
+}
+
 TEST_F(State, MakesItsDirectories) {
   restartDaemon();
   EXPECT_EQ(mac.modeAndOwner(kVendorDir), "0755 0:0");

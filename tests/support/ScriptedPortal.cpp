@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
@@ -20,7 +21,20 @@ struct Answer {
   std::string body;
   std::string type;
   std::string location;
+  int dripSeconds = 0;
 };
+
+// A spoonful of an answer, every second.
+httplib::ContentProviderWithoutLength Drip(int seconds) {
+  return [seconds](std::size_t offset, httplib::DataSink& sink) {
+    if (offset == static_cast<std::size_t>(seconds)) {
+      sink.done();
+      return true;
+    }
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    return sink.write(" ", 1);
+  };
+}
 
 // A port of its own for as long as it lives: the socket never listens, so that nobody answers
 // while the portal is stopped, and no other test gets the port.
@@ -96,6 +110,10 @@ struct ScriptedPortal::Impl {
         found == answers.end() ? Answer{404, "{}", "application/json", ""} : found->second;
     response.status = answer.status;
     if (!answer.location.empty()) response.set_header("Location", answer.location);
+    if (answer.dripSeconds > 0) {
+      // A type that is not compressed: a compressor would hold the bytes back.
+      response.set_chunked_content_provider("application/octet-stream", Drip(answer.dripSeconds));
+    }
     if (!answer.body.empty()) response.set_content(answer.body, answer.type);
   }
 
@@ -134,6 +152,11 @@ void ScriptedPortal::answerText(const std::string& call, int status, const std::
 void ScriptedPortal::redirect(const std::string& call, int status, const std::string& location) {
   const std::lock_guard guard(_impl->lock);
   _impl->answers.insert_or_assign(call, Answer{status, "", "", location});
+}
+
+void ScriptedPortal::drip(const std::string& call, int seconds) {
+  const std::lock_guard guard(_impl->lock);
+  _impl->answers.insert_or_assign(call, Answer{200, "", "", "", seconds});
 }
 
 void ScriptedPortal::stop() { _impl->close(); }

@@ -38,6 +38,8 @@ class ScriptedPortal {
                   const std::string& type);
   /// Sends the caller of "METHOD PATH" to another address.
   void redirect(const std::string& call, int status, const std::string& location);
+  /// "METHOD PATH" is answered with a byte a second, `seconds` times.
+  void drip(const std::string& call, int seconds);
   /// Stops listening: the portal cannot be reached. resume() listens on the same port again.
   void stop();
   void resume();

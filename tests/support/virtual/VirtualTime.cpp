@@ -23,6 +23,7 @@ struct World {
   double wallSeconds = 1'790'000'000.25;
   std::deque<std::function<void()>> ready;
   std::multimap<std::uint64_t, Delayed> delayed;
+  std::uint64_t leewayNs = 0;
   std::optional<std::string> executablePath = "/usr/local/bin/test";
 };
 
@@ -87,6 +88,8 @@ std::optional<std::uint64_t> NanosecondsUntilNext() {
   return due > world.nowNs ? due - world.nowNs : 0;
 }
 
+std::uint64_t LastLeewayNs() { return TheWorld().leewayNs; }
+
 std::size_t PendingCount() { return TheWorld().delayed.size(); }
 
 void SetExecutablePath(const std::optional<std::string>& path) { TheWorld().executablePath = path; }
@@ -127,7 +130,8 @@ Timer::~Timer() = default;
 Timer::Timer(Timer&&) noexcept = default;
 Timer& Timer::operator=(Timer&&) noexcept = default;
 
-void Timer::arm(std::uint64_t delayNs, std::uint64_t) {
+void Timer::arm(std::uint64_t delayNs, std::uint64_t leewayNs) {
+  TheWorld().leewayNs = leewayNs;
   Disarm(_impl.get());
   TheWorld().delayed.emplace(TheWorld().nowNs + delayNs,
                              Delayed{_impl.get(), [weak = std::weak_ptr(_impl)] {

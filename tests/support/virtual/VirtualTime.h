@@ -22,6 +22,9 @@ void ShiftWallClock(double seconds);
 /// Nanoseconds until the next delayed work or timer, or nothing when none is pending.
 std::optional<std::uint64_t> NanosecondsUntilNext();
 
+/// How much later than asked the timer that was armed last may fire, in nanoseconds.
+std::uint64_t LastLeewayNs();
+
 /// How much delayed work and how many armed timers are pending.
 std::size_t PendingCount();
 

@@ -1,0 +1,16 @@
+#include <gtest/gtest.h>
+
+#include "core/KioskListener.h"
+
+namespace {
+
+TEST(Reply, IsSentAsCompactJson) {
+  EXPECT_EQ(KioskReplyText({{"ok", true}, {"account", "kiosk"}}),
+            R"({"account":"kiosk","ok":true})");
+}
+
+TEST(Reply, IsABareFailureWhenItHasNoText) {
+  EXPECT_EQ(KioskReplyText({{"ok", true}, {"terminalName", "\xff"}}), R"({"ok":false})");
+}
+
+}  // namespace
