@@ -46,14 +46,14 @@ KioskError KioskDaemon::renewPassword() {
 KioskError KioskDaemon::provisionOnce() {
   const std::optional<platform::HostBundle> bundle = KioskAppBundle();
   if (!bundle || !bundle->executablePath) return "not_installed";
-  if (const KioskError refusal = preflight()) return refusal;
+  if (KioskError refusal = preflight()) return refusal;
   uid_t uid = 0;
   gid_t gid = 0;
   if (!KioskAccountGeneratedUID(&uid, &gid)) {
-    if (const KioskError error = createAccount(uid, gid)) return error;
+    if (KioskError error = createAccount(uid, gid)) return error;
   }
   if (!string("password")) {
-    if (const KioskError error = renewPassword()) return error;
+    if (KioskError error = renewPassword()) return error;
   }
   KioskDemote();
   if (!KioskPrepareHome(uid, gid)) return "home_failed";
@@ -64,7 +64,7 @@ KioskError KioskDaemon::provisionOnce() {
 }
 
 void KioskDaemon::provision() {
-  if (const KioskError refusal = provisionOnce()) {
+  if (KioskError refusal = provisionOnce()) {
     if (*refusal != string("lastError").value_or("")) {
       KioskLogError("provisioning refused: %@", *refusal);
     }

@@ -37,6 +37,6 @@ int RunKioskDaemon() {
   const auto daemon = std::make_shared<KioskDaemon>();
   daemon->queue().sync([&daemon] { daemon->start(); });
   // Only now, so that no request is served before the state is loaded.
-  const platform::ChannelListener listener = KioskListen(daemon);
+  [[maybe_unused]] const platform::ChannelListener listener = KioskListen(daemon);
   platform::ParkMainThread();
 }

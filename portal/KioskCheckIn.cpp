@@ -99,7 +99,7 @@ std::string KioskTerminalNameFrom(const Json& name) {
   const std::u16string units = platform::TextToUtf16(trimmed);
   if (units.size() <= kKioskMaximumTerminalName) return std::string(trimmed);
   const std::size_t end = platform::TextComposedCharacterStart(units, kKioskMaximumTerminalName);
-  const std::string cut = platform::TextFromUtf16(std::u16string_view(units).substr(0, end));
+  const std::string cut = platform::TextFromUtf16(std::u16string_view{units}.substr(0, end));
   return std::string(KioskTrim(cut));
 }
 

@@ -61,7 +61,7 @@ void ChannelPeer::Impl::cancel() {
 }
 
 void ChannelPeer::Impl::send(const ChannelReply& reply) {
-  const std::shared_ptr<ChannelReply::Impl> impl = reply.impl();
+  const std::shared_ptr<ChannelReply::Impl>& impl = reply.impl();
   if (impl->connection != this || impl->sent.exchange(true)) return;
   std::optional<std::string> bytes = EncodeReply(impl->number, impl->entries);
   if (!bytes) return cancel();  // a peer must not wait for a reply that cannot be sent

@@ -7,29 +7,32 @@
 
 namespace platform {
 
+inline constexpr std::size_t kKibibyte = 1024;
+inline constexpr std::size_t kMebibyte = 1024 * kKibibyte;
+
 /// Longest file of the simulated Mac that is read whole.
-inline constexpr std::size_t kMaximumFileBytes = 16 * 1024 * 1024;
+inline constexpr std::size_t kMaximumFileBytes = 16 * kMebibyte;
 
 /// Longest code signature file beside an executable.
-inline constexpr std::size_t kMaximumSignatureBytes = 16 * 1024;
+inline constexpr std::size_t kMaximumSignatureBytes = 16 * kKibibyte;
 
 /// Longest requirement text, and its deepest nesting of parentheses and negations.
-inline constexpr std::size_t kMaximumRequirementBytes = 16 * 1024;
+inline constexpr std::size_t kMaximumRequirementBytes = 16 * kKibibyte;
 inline constexpr int kMaximumRequirementDepth = 64;
 
 /// Longest frame of the command channel, its length field not counted.
-inline constexpr std::uint32_t kMaximumFrameBytes = 1024 * 1024;
+inline constexpr std::uint32_t kMaximumFrameBytes = kMebibyte;
 
 /// How many bytes one read from a peer asks for; a connection's buffer grows by what arrives.
-inline constexpr std::size_t kChannelReadBytes = 16 * 1024;
+inline constexpr std::size_t kChannelReadBytes = 16 * kKibibyte;
 
 /// Messages of one connection that may wait for their handler or for their replies, and their
 /// bytes. Beyond either, reading from the connection stops until one of them is done with.
 inline constexpr std::size_t kMaximumPendingMessages = 64;
-inline constexpr std::size_t kMaximumPendingBytes = 1024 * 1024;
+inline constexpr std::size_t kMaximumPendingBytes = kMebibyte;
 
 /// How many bytes of replies may wait for one peer to read; beyond that it loses its connection.
-inline constexpr std::size_t kMaximumUnsentBytes = 4 * 1024 * 1024;
+inline constexpr std::size_t kMaximumUnsentBytes = 4 * kMebibyte;
 
 /// Connections of one process and of all together. One process alone can take a sixteenth of the
 /// whole, so that a peer that opens connections without end keeps nobody else out.

@@ -17,7 +17,7 @@ constexpr mode_t kLogMode = 0644;
 struct LogHandle {
   std::string subsystem;
   std::string category;
-  auto operator<=>(const LogHandle&) const = default;
+  auto operator<=>(const LogHandle&) const = default;  // NOLINT(modernize-use-nullptr): no pointer
 };
 
 /// The one handle of a subsystem and category. Handles are never freed: a log lives as long as the

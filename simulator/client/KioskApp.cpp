@@ -106,4 +106,5 @@ int Main(const Arguments& arguments) {
 }  // namespace
 }  // namespace client
 
+// NOLINTNEXTLINE(bugprone-exception-escape): only memory can run out
 int main(int argc, char** argv) { return client::Main({argv + 1, argv + argc}); }

@@ -53,6 +53,7 @@ ExitStatus Main(int count, char** arguments) {
 }  // namespace
 }  // namespace client
 
+// NOLINTNEXTLINE(bugprone-exception-escape): only memory can run out
 int main(int argc, char** argv) {
   (void)std::signal(SIGPIPE, SIG_IGN);  // cannot fail for this signal
   return static_cast<int>(client::Main(argc, argv));

@@ -26,7 +26,7 @@ bool Flag(const Json& list, const char* key) {
 std::optional<std::chrono::seconds> Seconds(const Json& list, const char* key) {
   const auto value = list.find(key);
   if (value == list.end() || !value->is_number_integer()) return std::nullopt;
-  constexpr std::int64_t kDay = 24 * 60 * 60;
+  constexpr std::int64_t kDay = 86'400;
   return std::chrono::seconds(std::clamp<std::int64_t>(value->get<std::int64_t>(), 0, kDay));
 }
 

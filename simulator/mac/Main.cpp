@@ -267,6 +267,7 @@ std::string Absolute(const std::string& path) {
 
 }  // namespace
 
+// NOLINTNEXTLINE(bugprone-exception-escape): only memory can run out
 int main(int count, char** values) {
   CLI::App app("Makes, boots and looks after simulated Macs.", "simmac");
   Request request;

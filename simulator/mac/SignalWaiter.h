@@ -15,7 +15,7 @@ using Clock = std::chrono::steady_clock;
 /// construction are blocked from then on.
 class SignalWaiter {
  public:
-  explicit SignalWaiter(std::initializer_list<int> signals);
+  SignalWaiter(std::initializer_list<int> signals);
 
   /// Sleeps until one of the signals arrives and returns its number; nothing once `deadline`, if
   /// there is one, has passed.

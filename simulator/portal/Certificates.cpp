@@ -22,7 +22,7 @@ constexpr long kDay = 24L * 60 * 60;
 constexpr long kAuthorityLifetime = 3650 * kDay;
 /// The longest that Apple's systems accept from a server.
 constexpr long kServerLifetime = 397 * kDay;
-constexpr std::size_t kMaxPem = 64 * 1024;
+constexpr std::size_t kMaxPem = std::size_t{64} << 10;
 
 using Extensions = std::vector<std::pair<int, std::string>>;
 using Bio = std::unique_ptr<BIO, decltype(&BIO_free)>;

@@ -19,10 +19,11 @@ void PrintTerminals(const Json& body) {
   std::cout << std::left << std::setw(18) << "ID" << std::setw(10) << "STATUS" << std::setw(22)
             << "LAST CHECK-IN" << std::setw(14) << "VERSION"
             << "NAME\n";
-  for (const Json& terminal : body["terminals"])
+  for (const Json& terminal : body["terminals"]) {
     std::cout << std::setw(18) << Cell(terminal, "id") << std::setw(10) << Cell(terminal, "status")
               << std::setw(22) << Cell(terminal, "lastCheckInAt") << std::setw(14)
               << Cell(terminal, "appVersion") << Cell(terminal, "name") << "\n";
+  }
 }
 
 void PrintCodes(const Json& body) {

@@ -22,10 +22,12 @@ HttpResponse Refuse(const char* status) {
 
 Json* FindByToken(State& state, const std::string& token) {
   const std::string digest = Sha256Hex(token);
-  for (Json& terminal : state.terminals)
+  for (Json& terminal : state.terminals) {
     if (terminal.contains("tokenDigest") &&
-        SameSecret(terminal["tokenDigest"].get_ref<const std::string&>(), digest))
+        SameSecret(terminal["tokenDigest"].get_ref<const std::string&>(), digest)) {
       return &terminal;
+    }
+  }
   return nullptr;
 }
 

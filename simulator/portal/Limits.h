@@ -7,7 +7,7 @@
 namespace portal {
 
 /// Bytes of a request body.
-inline constexpr std::size_t kMaxBody = 64 * 1024;
+inline constexpr std::size_t kMaxBody = std::size_t{64} << 10;
 /// Nesting levels of a JSON body.
 inline constexpr std::size_t kMaxJsonDepth = 64;
 /// Pairing codes kept, in whatever state.
@@ -36,7 +36,7 @@ inline constexpr std::size_t kMaxSignInHost = 253;
 /// Host names of the sign-in options.
 inline constexpr std::size_t kMaxSignInHosts = 10;
 /// Bytes of the portal's own file.
-inline constexpr std::size_t kMaxStoredBytes = 256 * 1024 * 1024;
+inline constexpr std::size_t kMaxStoredBytes = std::size_t{256} << 20;
 /// Milliseconds that a misbehaving portal may delay its answer.
 inline constexpr int kMaxDelayMs = 600'000;
 /// Requests that a misbehaviour may be limited to.

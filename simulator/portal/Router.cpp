@@ -10,8 +10,8 @@ namespace {
 std::optional<std::string> Match(const std::string& pattern, const std::string& path) {
   const std::size_t hole = pattern.find("{}");
   if (hole == pattern.npos) return path == pattern ? std::optional<std::string>("") : std::nullopt;
-  const std::string_view before = std::string_view(pattern).substr(0, hole);
-  const std::string_view after = std::string_view(pattern).substr(hole + 2);
+  const std::string_view before = std::string_view{pattern}.substr(0, hole);
+  const std::string_view after = std::string_view{pattern}.substr(hole + 2);
   if (path.size() <= before.size() + after.size()) return std::nullopt;
   if (!path.starts_with(before) || !path.ends_with(after)) return std::nullopt;
   std::string argument = path.substr(hole, path.size() - before.size() - after.size());

@@ -45,7 +45,8 @@ void EachLine(const std::string& path, bool follow,
   const Descriptor file = OpenFile(path, O_RDONLY);
   std::string rest;
   ReadLines(file.get(), rest, use);
-  while (follow) {
+  if (!follow) return;
+  for (;;) {
     watch.wait(-1);
     ReadLines(file.get(), rest, use);
   }

@@ -129,7 +129,7 @@ class Cache {
  private:
   std::string keep(const std::string& path,
                    bool (*copyFile)(const std::string&, const std::string&)) {
-    const std::string copy = _folder + path;
+    std::string copy = _folder + path;
     const std::string stamp = Stamp(path);
     Json& known = _manifest["copies"][path];
     if (known == stamp && fs::exists(copy)) return copy;

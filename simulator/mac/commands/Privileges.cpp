@@ -3,9 +3,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <vector>
 
 #include "simulator/mac/Descriptor.h"
@@ -52,6 +51,7 @@ void RunAgainInside(char** arguments) {
   std::vector<std::string> prefix = Unshare();
   prefix.push_back(path);
   std::vector<char*> command;
+  command.reserve(prefix.size() + 1);
   for (std::string& word : prefix) command.push_back(word.data());
   for (char** argument = arguments + 1; *argument; ++argument) command.push_back(*argument);
   command.push_back(nullptr);
@@ -66,17 +66,13 @@ int NoPrivileges() {
 /// Whether other users than root exist for us. In a namespace that maps no more than root a Mac's
 /// processes could not become its users.
 bool HasUsers() {
-  const Descriptor map = OpenFile("/proc/self/uid_map", O_RDONLY);
-  char text[256];
-  const ssize_t size = read(map.get(), text, sizeof text - 1);
+  std::ifstream map("/proc/self/uid_map");
   unsigned long inside = 0;
   unsigned long outside = 0;
   unsigned long count = 0;
-  if (size <= 0) return true;
-  text[size] = '\0';
-  const bool single = std::sscanf(text, "%lu %lu %lu", &inside, &outside, &count) == 3 &&
-                      count == 1 && std::count(text, text + size, '\n') == 1;
-  return !single;
+  if (!(map >> inside >> outside >> count)) return true;
+  unsigned long another = 0;
+  return count != 1 || map >> another;
 }
 
 }  // namespace

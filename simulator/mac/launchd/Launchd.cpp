@@ -198,11 +198,19 @@ std::optional<Clock::time_point> Launchd::nextDeadline() const {
 }
 
 void Launchd::handle(std::optional<int> signal) {
-  if (signal == SIGHUP) askedForPower();
-  if (signal == SIGTERM || signal == SIGINT) end(Power::kHalt);
-  if (signal == kEndAtOnce) {
-    KillChildren(_proc.get());
-    _exit(1);
+  switch (signal.value_or(0)) {
+    case SIGHUP:
+      askedForPower();
+      break;
+    case SIGTERM:
+    case SIGINT:
+      end(Power::kHalt);
+      break;
+    case kEndAtOnce:
+      KillChildren(_proc.get());
+      _exit(1);
+    default:
+      break;
   }
 }
 

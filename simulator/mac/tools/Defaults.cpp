@@ -90,7 +90,7 @@ int Read(const ToolCall& call, const Domain& domain, const std::optional<std::st
     call.output.out(PropertyListText(list.get()) + "\n");
     return 0;
   }
-  const plist_t value = list ? plist_dict_get_item(list.get(), key->c_str()) : nullptr;
+  plist_t value = list ? plist_dict_get_item(list.get(), key->c_str()) : nullptr;
   if (!value) {
     return Fail(call,
                 "The domain/default pair of (" + domain.name + ", " + *key + ") does not exist");

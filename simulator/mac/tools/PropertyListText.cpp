@@ -16,7 +16,7 @@ constexpr std::size_t kMaxDepth = 64;
 std::string Nested(plist_t value, std::size_t depth);
 
 std::string Take(char* text) {
-  const std::string copy = text ? text : "";
+  std::string copy = text ? text : "";
   std::free(text);
   return copy;
 }
