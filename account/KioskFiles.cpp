@@ -10,11 +10,14 @@
 #include <cstdio>
 #include <cstring>
 
+#include "core/KioskLimits.h"
 #include "core/KioskLog.h"
 #include "platform/Storage.h"
 
 namespace {
 
+// Without waiting: a FIFO in a file's place must not hold up the start.
+constexpr int kReadFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 constexpr int kDirectoryFlags = O_RDONLY | O_NOFOLLOW | O_DIRECTORY | O_CLOEXEC;
 constexpr int kCreateFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
 
@@ -42,9 +45,9 @@ bool Fill(KioskDescriptor& file, const std::string& data, mode_t mode, uid_t own
 }  // namespace
 
 std::optional<std::string> KioskReadFile(const std::string& path) {
-  // Without waiting: a FIFO put in a file's place reads as empty instead of holding up the start.
-  const KioskDescriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  if (!file) return std::nullopt;
+  const KioskDescriptor file(open(path.c_str(), kReadFlags));
+  struct stat info = {};
+  if (!file || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) return std::nullopt;
   std::string content;
   std::array<char, 16384> buffer;
   for (;;) {
@@ -53,6 +56,7 @@ std::optional<std::string> KioskReadFile(const std::string& path) {
     if (count < 0) return std::nullopt;
     if (count == 0) return content;
     content.append(buffer.data(), static_cast<std::size_t>(count));
+    if (content.size() > kKioskMaximumFileBytes) return std::nullopt;
   }
 }
 

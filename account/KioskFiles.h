@@ -9,7 +9,8 @@
 
 #include "account/KioskDescriptor.h"
 
-/// The whole content of a file, or nothing when it cannot be read.
+/// The whole content of a regular file of at most kKioskMaximumFileBytes, or nothing when there is
+/// no such file or it cannot be read.
 std::optional<std::string> KioskReadFile(const std::string& path);
 
 /// Opens a directory, given by its absolute path, without following a link anywhere on the way.

@@ -1,12 +1,14 @@
 // The state dictionary, its file, and the published status.
 #include "core/KioskDaemon.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <utility>
 
 #include "account/KioskAppBundle.h"
+#include "account/KioskDescriptor.h"
 #include "account/KioskFiles.h"
 #include "core/KioskJson.h"
 #include "core/KioskLog.h"
@@ -22,6 +24,14 @@ constexpr mode_t kVendorDirMode = 0755;
 constexpr mode_t kStateDirMode = 0711;
 constexpr mode_t kStateFileMode = 0600;
 constexpr mode_t kPermissionBits = 07777;
+constexpr int kDirectoryFlags = O_RDONLY | O_NOFOLLOW | O_DIRECTORY | O_CLOEXEC;
+
+// An existing directory is the normal case. The mode is set explicitly because the one given at
+// creation was cut by the process's mask.
+void MakeDirectory(const char* path, mode_t mode) {
+  if (mkdir(path, mode) != 0) return;
+  static_cast<void>(fchmod(KioskDescriptor(open(path, kDirectoryFlags)).get(), mode));
+}
 
 }  // namespace
 
@@ -52,18 +62,18 @@ std::string KioskDaemon::appVersion() const {
 }
 
 void KioskDaemon::ensureStateDir() const {
-  // Existing directories are the normal case; what is wrong with them shows below.
-  static_cast<void>(mkdir(kVendorDir, kVendorDirMode));
-  static_cast<void>(mkdir(kStateDir, kStateDirMode));
+  MakeDirectory(kVendorDir, kVendorDirMode);
+  MakeDirectory(kStateDir, kStateDirMode);
   struct stat info = {};
   if (lstat(kStateDir, &info) != 0 || !S_ISDIR(info.st_mode)) {
     KioskLogError("%@ is not a directory", kStateDir);
     return;
   }
   // A failed repair shows as a failed save, which is logged.
-  if (info.st_uid != 0 || info.st_gid != 0) static_cast<void>(lchown(kStateDir, 0, 0));
+  const KioskDescriptor directory(open(kStateDir, kDirectoryFlags));
+  if (info.st_uid != 0 || info.st_gid != 0) static_cast<void>(fchown(directory.get(), 0, 0));
   if ((info.st_mode & kPermissionBits) != kStateDirMode) {
-    static_cast<void>(chmod(kStateDir, kStateDirMode));
+    static_cast<void>(fchmod(directory.get(), kStateDirMode));
   }
 }
 

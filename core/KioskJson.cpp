@@ -51,10 +51,15 @@ const Json& KioskMember(const Json& object, const char* key) {
   return object.is_object() && found != object.end() ? *found : null;
 }
 
-std::optional<bool> KioskTruth(const Json& value) {
-  if (value.is_boolean()) return value.get<bool>();
-  if (value.is_number()) return value.get<double>() != 0;
+std::optional<double> KioskNumber(const Json& value) {
+  if (value.is_boolean()) return value.get<bool>() ? 1 : 0;
+  if (value.is_number()) return value.get<double>();
   return std::nullopt;
+}
+
+std::optional<bool> KioskTruth(const Json& value) {
+  const std::optional<double> number = KioskNumber(value);
+  return number ? std::optional(*number != 0) : std::nullopt;
 }
 
 std::string KioskDescription(const Json& value) {

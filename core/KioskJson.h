@@ -17,6 +17,9 @@ std::optional<std::string> KioskJsonText(const Json& value);
 /// The member of an object, or null when there is none or `object` is not one.
 const Json& KioskMember(const Json& object, const char* key);
 
+/// A number, or a boolean as 1 or 0; nothing for anything else.
+std::optional<double> KioskNumber(const Json& value);
+
 /// The truth of a number or boolean (a boolean counts as a number); nothing for anything else.
 std::optional<bool> KioskTruth(const Json& value);
 

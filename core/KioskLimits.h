@@ -10,6 +10,18 @@ inline constexpr std::size_t kKioskMaximumJsonDepth = 512;
 /// Largest (decoded) body of a portal's answer in bytes; a larger one counts as not reached.
 inline constexpr std::size_t kKioskMaximumBodyBytes = std::size_t{16} << 20;
 
+/// Longest text of a portal's answer in bytes that is read as JSON.
+inline constexpr std::size_t kKioskMaximumAnswerBytes = std::size_t{1} << 20;
+
+/// Longest text of a peer's request in bytes; parsed, it takes many times that.
+inline constexpr std::size_t kKioskMaximumRequestBytes = std::size_t{64} << 10;
+
+/// Longest file that is read, in bytes: far more than the state file can grow to.
+inline constexpr std::size_t kKioskMaximumFileBytes = std::size_t{64} << 20;
+
+/// Longest pairing code, in bytes, that is kept and handed on.
+inline constexpr std::size_t kKioskMaximumPairingCodeBytes = 256;
+
 /// Most extra sign-in hosts that are kept.
 inline constexpr std::size_t kKioskMaximumExtraHosts = 10;
 

@@ -5,6 +5,7 @@
 #include <variant>
 
 #include "core/KioskJson.h"
+#include "core/KioskLimits.h"
 #include "core/KioskLog.h"
 #include "core/KioskVersion.h"
 
@@ -32,7 +33,8 @@ void HandleMessage(const ChannelPeer& peer, const std::shared_ptr<KioskDaemon>& 
   const std::optional<ChannelReply> reply = message.createReply();
   if (!reply) return;
   const std::optional<std::string> text = message.string("request");
-  std::optional<Json> request = text ? KioskJsonParse(*text) : std::nullopt;
+  const bool isReadable = text && text->size() <= kKioskMaximumRequestBytes;
+  std::optional<Json> request = isReadable ? KioskJsonParse(*text) : std::nullopt;
   const KioskPeer sender{peer.euid(), peer.asid()};
   if (!request || !request->is_object()) {
     SendReply(peer, *reply, KioskFailure("bad_request"));

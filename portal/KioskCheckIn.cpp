@@ -133,9 +133,9 @@ Json KioskDaemon::checkInBody() const {
 // A portal restored from a backup may know the token again tomorrow, so a day passes first.
 KioskCheckInOutcome KioskDaemon::tokenUnknown() {
   const double now = platform::ClockSecondsSince1970();
-  const Json& since = KioskMember(_state, "tokenUnknownSince");
-  if (since.is_number() && since.get<double>() <= now) {
-    if (now - since.get<double>() <= kUnknownTokenGraceSeconds) {
+  const std::optional<double> since = KioskNumber(KioskMember(_state, "tokenUnknownSince"));
+  if (since && *since <= now) {
+    if (now - *since <= kUnknownTokenGraceSeconds) {
       return KioskCheckInOutcome::kUnreachable;
     }
     teardown("Keyward has not known this device's token for over a day");

@@ -67,6 +67,7 @@ KioskHttpResult KioskSend(const std::string& baseUrl, const std::string& method,
   result.reached = true;
   result.status = *answer.httpStatus;
   result.data = std::move(answer.data);
+  if (result.data.size() > kKioskMaximumAnswerBytes) return result;
   std::optional<Json> parsed = KioskJsonParse(result.data);
   if (parsed && parsed->is_object()) result.body = std::move(*parsed);
   return result;

@@ -10,7 +10,8 @@
 struct KioskHttpResult {
   bool reached = false;        ///< an HTTP response arrived, whatever its status
   std::int64_t status = 0;     ///< the HTTP status code
-  Json body = Json::object();  ///< the response body when it is a JSON object, else empty
+  Json body = Json::object();  ///< the response body when it is a JSON object (within
+                               ///< kKioskMaximumAnswerBytes), else empty
   std::string data;            ///< the raw response body
 
   /// Whether the portal was reached and answered with a status from 200 to 299.

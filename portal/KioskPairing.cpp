@@ -6,6 +6,7 @@
 #include "account/KioskRun.h"
 #include "core/KioskDaemon.h"
 #include "core/KioskJson.h"
+#include "core/KioskLimits.h"
 #include "core/KioskLog.h"
 #include "core/KioskText.h"
 #include "platform/Clock.h"
@@ -29,6 +30,12 @@ constexpr std::int64_t kAccepted = 202;
 constexpr std::int64_t kNotFound = 404;
 constexpr std::int64_t kConflict = 409;
 constexpr std::int64_t kGone = 410;
+
+// A code goes out again in the reply, whose size has its limit.
+bool IsSendable(const Json& code) {
+  return code.is_string() &&
+         code.get_ref<const std::string&>().size() <= kKioskMaximumPairingCodeBytes;
+}
 
 std::uint64_t SecondsUntil(std::uint64_t deadlineNs) {
   const std::uint64_t now = platform::ClockMonotonicNs();
@@ -56,12 +63,12 @@ Json KioskDaemon::pairBegin() {
                      {"appVersion", appVersion()}};
   const KioskHttpResult answer = KioskHttp(authBaseUrl(), "POST", kPairPath, body, "");
   const Json& code = KioskMember(answer.body, "pairingCode");
-  if (!answer.success() || !code.is_string()) {
+  if (!answer.success() || !IsSendable(code)) {
     return KioskFailure(answer.reached ? "pairing_failed" : "unreachable");
   }
   _pendingCode = platform::TextUpperCase(code.get_ref<const std::string&>());
   const Json& expires = KioskMember(answer.body, "expiresInSeconds");
-  const bool isNumber = KioskTruth(expires).has_value();
+  const bool isNumber = KioskNumber(expires).has_value();
   return {{"ok", true},
           {"code", code},
           {"expiresInSeconds", isNumber ? expires : Json(kDefaultExpirySeconds)}};

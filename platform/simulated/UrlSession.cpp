@@ -111,6 +111,7 @@ class Exchange {
     set(CURLOPT_FOLLOWLOCATION, 1L);
     set(CURLOPT_MAXREDIRS, kMaximumRedirects);
     set(CURLOPT_ACCEPT_ENCODING, "");  // all that the library can decode
+    set(CURLOPT_QUICK_EXIT, 1L);       // a resolver that hangs must not prolong a time-out
     set(CURLOPT_CONNECTTIMEOUT_MS, wholeExchangeMs());
     set(CURLOPT_TIMEOUT_MS, wholeExchangeMs());
   }

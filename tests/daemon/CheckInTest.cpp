@@ -336,6 +336,45 @@ TEST_F(CheckIn, ReplacesANoteThatIsNoNumber) {
   EXPECT_EQ(mac.countErrors(kUnknownLine), 4U);
 }
 
+TEST_F(CheckIn, TakesABooleanNoteForASecondLongAgo) {
+  for (const bool note : {true, false}) {
+    startSettled({{"tokenUnknownSince", note}});
+    portal.answer(kCheckInCall, 401, {{"status", "unknown"}});
+    EXPECT_EQ(checkIn(), KioskCheckInOutcome::kStop) << note;
+  }
+  EXPECT_EQ(mac.countErrors(kUnknownLine), 0U);
+}
+
+TEST_F(CheckIn, SaysNothingMoreAtTheInstantOfTheNote) {
+  becomeUnknown();
+  EXPECT_EQ(checkIn(), KioskCheckInOutcome::kUnreachable);
+  EXPECT_EQ(mac.countErrors(kUnknownLine), 1U);
+}
+
+// --- an answer with everything
+// --------------------------------------------------------------------
+
+TEST_F(CheckIn, AppliesAnAnswerInItsOrder) {
+  answerEnrolled({{"exitPassword", "let me out"},
+                  {"updates", Json::parse(kUpdatesText)},
+                  {"power", kPowerPolicy},
+                  {"name", "Lobby"},
+                  {"signIn", {{"email", true}}}});
+  startDaemon({{"token", "device-token"}});
+  const std::vector<LogLine> lines = linesOfTheNextCheckIn();
+  const std::vector<std::string> beginnings = {"sign-in: ",
+                                               "terminal name: Lobby",
+                                               "power policy from ",
+                                               "updates policy from ",
+                                               "created BrindlexKiosk ",
+                                               "provisioned: "};
+  ASSERT_EQ(lines.size(), beginnings.size());
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    EXPECT_TRUE(lines[i].text.starts_with(beginnings[i])) << lines[i].text;
+  }
+  EXPECT_EQ(mac.state()["exitPassword"], "let me out");
+}
+
 // --- sign-in options
 // ------------------------------------------------------------------------------
 

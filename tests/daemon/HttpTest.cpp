@@ -3,6 +3,7 @@
 #include <string>
 
 #include "portal/KioskHttp.h"
+#include "tests/contract/TestServer.h"
 #include "tests/daemon/DaemonTest.h"
 
 namespace {
@@ -75,6 +76,32 @@ TEST_F(Http, SendsNoAuthorizationForAnEmptyToken) {
   EXPECT_EQ(portal.requests().front().header("authorization"), std::nullopt);
 }
 
+TEST_F(Http, DownloadsDataOfAnyTypeWithAGet) {
+  const std::string bytes("\x89PNG\0\xff", 6);
+  portal.answerText("GET /photo", 200, bytes, "image/png");
+  const KioskHttpResult result = KioskHttpGetData(portal.url(), "/photo", "s3cret");
+  EXPECT_TRUE(result.success());
+  EXPECT_EQ(result.data, bytes);
+  EXPECT_EQ(result.body, Json::object());
+  ASSERT_EQ(portal.requests().size(), 1U);
+  const PortalRequest request = portal.requests().front();
+  EXPECT_EQ(request.header("accept"), "*/*");
+  EXPECT_EQ(request.header("authorization"), "Bearer s3cret");
+  EXPECT_EQ(request.header("content-type"), std::nullopt);
+  EXPECT_EQ(request.body, "");
+}
+
+TEST_F(Http, SharesOneConnectionBetweenAllRequests) {
+  const contract::TestServer server([](const std::string&) { return contract::Answered("{}"); });
+  KioskHttp(server.url(""), "GET", "/1", Json(), "");
+  KioskHttp(server.url(""), "POST", "/2", Json::object(), "token");
+  KioskHttpGetData(server.url(""), "/3", "token");
+  const std::vector<contract::ReceivedRequest> requests = server.requests();
+  ASSERT_EQ(requests.size(), 3U);
+  EXPECT_EQ(requests[1].clientPort, requests[0].clientPort);
+  EXPECT_EQ(requests[2].clientPort, requests[0].clientPort);
+}
+
 TEST_F(Http, PutsAddressAndPathTogetherAsTheyAre) {
   KioskHttp(portal.url() + "/kiosk", "GET", "/x", Json(), "");
   KioskHttp(portal.url() + "/", "GET", "/x", Json(), "");
@@ -135,6 +162,20 @@ TEST_F(Http, LeavesTheBodyEmptyWhenItIsNoObject) {
   }
 }
 
+TEST_F(Http, ReadsNoJsonThatIsTooLong) {
+  constexpr std::size_t kLongest = std::size_t{1} << 20;
+  const std::string object = R"({"a": 1})";
+  portal.answerText("GET /longest", 200, object + std::string(kLongest - object.size(), ' '),
+                    "application/octet-stream");
+  portal.answerText("GET /longer", 200, object + std::string(kLongest - object.size() + 1, ' '),
+                    "application/octet-stream");
+  EXPECT_EQ(get("/longest").body, (Json{{"a", 1}}));
+  const KioskHttpResult longer = get("/longer");
+  EXPECT_TRUE(longer.success());
+  EXPECT_EQ(longer.body, Json::object());
+  EXPECT_EQ(longer.data.size(), kLongest + 1);
+}
+
 TEST_F(Http, SucceedsFrom200To299Only) {
   for (const auto& [status, success] :
        {std::pair{200, true}, std::pair{299, true}, std::pair{300, false}, std::pair{404, false}}) {
@@ -172,6 +213,7 @@ TEST_F(Http, GivesUpAfterHalfAMinuteOnAnAnswerThatTricklesIn) {
   const auto end = std::chrono::steady_clock::now();
   expectOneNotReachedLine("GET /x");
   EXPECT_GE(end - start, std::chrono::seconds(29)) << "the bytes that came counted as none";
+  EXPECT_LT(end - start, std::chrono::seconds(60)) << "the answer goes on for a minute and a half";
 }
 
 TEST_F(Http, RefusesAnAddressThatIsNone) {

@@ -13,6 +13,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "core/KioskListener.h"
 #include "core/RunKioskDaemon.h"
@@ -74,6 +76,7 @@ class ListenerTest : public testing::Test {
 };
 
 const Json kBadRequest = {{"ok", false}, {"error", "bad_request"}};
+const std::vector<LogLine> kStarted = {{"Default", "started: not enrolled"}};
 const Json kUnknownCommand = {{"ok", false}, {"error", "unknown_command"}};
 
 TEST_F(ListenerTest, AnswersStatusFromThePublishedSnapshot) {
@@ -131,6 +134,16 @@ TEST_F(ListenerTest, RefusesWhatIsNoJsonObject) {
   EXPECT_EQ(client.ask({{"cmd", "status"}})["ok"], true);
 }
 
+TEST_F(ListenerTest, RefusesARequestThatIsTooLong) {
+  start();
+  ChannelClient client(kSocket);
+  const std::string longest =
+      "{\"cmd\": \"" + std::string((std::size_t{64} << 10) - 11, 'x') + "\"}";
+  ASSERT_EQ(longest.size(), std::size_t{64} << 10);
+  EXPECT_EQ(client.ask(longest), kUnknownCommand);
+  EXPECT_EQ(client.ask(longest + " "), kBadRequest);
+}
+
 TEST_F(ListenerTest, RefusesAMessageWithoutARequest) {
   start();
   ChannelClient client(kSocket);
@@ -159,19 +172,27 @@ TEST_F(ListenerTest, DropsAMessageThatExpectsNoReply) {
   ASSERT_TRUE(reply);
   EXPECT_EQ(reply->number, 2U);
   EXPECT_TRUE(mac.runs("/usr/bin/fdesetup").empty()) << "the dropped command ran";
+  EXPECT_EQ(mac.log(), kStarted);
 }
 
 TEST_F(ListenerTest, NeverHearsAPeerWithAnotherSignature) {
   start();
-  mac.write(signature, R"({"anchor": "apple generic", "identifier": "com.brindlex.stream",
-                           "team": "AAAAAAAAAA"})");
-  ChannelClient client(kSocket);
-  client.sendFrame(kMessageWithReply, 1, {{"request", R"({"cmd": "status"})"}});
-  EXPECT_TRUE(client.isClosed());
-  EXPECT_TRUE(Eventually([&] {
-    return mac.countErrors("pid " + pidText() + " failed the code signing requirement; rejected") ==
-           1;
-  }));
+  std::size_t rejected = 0;
+  for (const auto& [key, value] : {std::pair{"anchor", "none"},
+                                   {"identifier", "com.brindlex.streams"},
+                                   {"team", "AAAAAAAAAA"}}) {
+    Json other = Json::parse(kProperSignature);
+    other[key] = value;
+    mac.write(signature, other.dump());
+    ChannelClient client(kSocket);
+    client.sendFrame(kMessageWithReply, 1, {{"request", R"({"cmd": "status"})"}});
+    EXPECT_TRUE(client.isClosed()) << key;
+    ++rejected;
+    EXPECT_TRUE(Eventually([&] {
+      return mac.countErrors("pid " + pidText() +
+                             " failed the code signing requirement; rejected") == rejected;
+    })) << key;
+  }
 }
 
 TEST_F(ListenerTest, DropsAPeerWhoseRequirementCannotBeApplied) {
@@ -204,6 +225,7 @@ TEST_F(ListenerTest, SurvivesPeersThatLeaveBeforeTheirReply) {
   }
   release.set_value();
   EXPECT_EQ(ChannelClient(kSocket).ask(std::string("{}")), kUnknownCommand);
+  EXPECT_EQ(mac.log(), kStarted) << "a peer that leaves is nothing to talk about";
 }
 
 TEST_F(ListenerTest, RefusesToRunFromAPathThatDoesNotExistInTheMac) {

@@ -87,6 +87,14 @@ TEST_F(Pairing, RefusesATerminalThatIsEnrolled) {
   EXPECT_EQ(portal.requests(kPairCall).size(), 0U);
 }
 
+TEST_F(Pairing, RefusesAnEnrolledTerminalBeforeItLooksAtTheMac) {
+  startSettled();
+  mac.write("/private/var/simulated/fdesetup.json", R"({"status": "FileVault is On."})");
+  const std::size_t runs = mac.journal().size();
+  EXPECT_EQ(begin(), Failure("already_enrolled"));
+  EXPECT_EQ(mac.journal().size(), runs);
+}
+
 TEST_F(Pairing, RefusesAMacWithFileVaultUpFront) {
   mac.write("/private/var/simulated/fdesetup.json", R"({"status": "FileVault is On."})");
   startDaemon();
@@ -134,6 +142,22 @@ TEST_F(Pairing, FailsWhenThePortalGivesNoCode) {
     answerPair(200, body);
     EXPECT_EQ(begin(), Failure("pairing_failed")) << body;
   }
+}
+
+TEST_F(Pairing, TakesEverySuccessForARegistration) {
+  startDaemon();
+  for (const int status : {201, 299}) {
+    answerPair(status, {{"pairingCode", kCode}});
+    EXPECT_EQ(begin()["code"], kCode) << status;
+  }
+}
+
+TEST_F(Pairing, FailsWhenTheCodeIsTooLongToBeHandedOn) {
+  startDaemon();
+  answerPair(200, {{"pairingCode", std::string(256, 'A')}});
+  EXPECT_EQ(begin()["ok"], true);
+  answerPair(200, {{"pairingCode", std::string(257, 'A')}});
+  EXPECT_EQ(begin(), Failure("pairing_failed"));
 }
 
 TEST_F(Pairing, FailsWhenThePortalRefuses) {
@@ -282,6 +306,15 @@ TEST_F(Pairing, ForgetsACodeThatAnotherDeviceClaimed) {
   EXPECT_EQ(check(), Failure("unknown_code"));
 }
 
+TEST_F(Pairing, TakesNoTokenFromAnAnswerThatTheCodeIsNotClaimed) {
+  for (const int status : {202, 404, 409, 410}) {
+    startWithCode();
+    answerPoll(status, {{"deviceToken", "device-token"}});
+    EXPECT_NE(check()["paired"], true) << status;
+    EXPECT_FALSE(mac.state().contains("token")) << status;
+  }
+}
+
 TEST_F(Pairing, KeepsTheCodeWhenTheAnswerMakesNoSense) {
   startWithCode();
   const std::vector<std::pair<int, Json>> answers{
@@ -331,6 +364,21 @@ TEST_F(Pairing, ChecksInAtOnceWithTheNewToken) {
   startPaired();
   ASSERT_EQ(portal.requests(kCheckInCall).size(), 1U);
   EXPECT_EQ(portal.requests(kCheckInCall).front().header("authorization"), "Bearer device-token");
+}
+
+TEST_F(Pairing, HasSavedTheTokenAndSaidSoBeforeItChecksIn) {
+  startWithCode();
+  claim();
+  Json stateThen;
+  std::size_t linesThen = 0;
+  portal.whenAsked(kCheckInCall, [&] {
+    stateThen = mac.state();
+    linesThen = mac.countLog("enrolled by the portal");
+  });
+  check();
+  EXPECT_EQ(stateThen["token"], "device-token");
+  EXPECT_EQ(stateThen["provisioned"], Json(false));
+  EXPECT_EQ(linesThen, 1U);
 }
 
 TEST_F(Pairing, ChecksInAgain30SecondsLater) {
@@ -432,6 +480,11 @@ TEST_F(Pairing, TellsWhyItCouldNotProvisionAndTriesAgainAtEachCheck) {
   EXPECT_EQ(mac.countLog(kRestartLine), 1U);
 }
 
+TEST_F(Pairing, SaysProvisionedWhateverErrorThereWasBefore) {
+  startSettled({{"lastError", "home_failed"}});
+  EXPECT_EQ(check(), (Json{{"ok", true}, {"paired", true}, {"provisioned", true}}));
+}
+
 TEST_F(Pairing, SchedulesNoRestartForATerminalThatWasPairedBefore) {
   startProvisioned();
   EXPECT_EQ(check(), (Json{{"ok", true}, {"paired", true}, {"provisioned", true}}));
@@ -522,6 +575,13 @@ TEST_F(Pairing, DoesNotLetTheKioskAccountRestartTheMac) {
   virtual_time::RunReady();
   EXPECT_EQ(restarts().size(), 0U);
   EXPECT_EQ(check()["restarting"], true);
+}
+
+TEST_F(Pairing, TakesAForeignAccountOfThatNameForAnybody) {
+  startProvisioned();
+  const std::uint32_t uid = kioskUid();
+  startSettled({{"generatedUID", "11111111-2222-3333-4444-555555555555"}});
+  EXPECT_EQ(restartNow(uid), Failure("not_pending"));
 }
 
 TEST_F(Pairing, RefusesTheKioskAccountBeforeItLooksForARestart) {

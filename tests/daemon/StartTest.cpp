@@ -96,6 +96,18 @@ TEST_F(Start, ForgetsAnAccountThatIsGoneBeforeItSaysHowItStarted) {
   EXPECT_EQ(daemon->status(0)["provisioned"], false);
 }
 
+TEST_F(Start, ForgetsAnAccountThatIsGoneBeforeItRestoresAutoLogin) {
+  startDaemon({{"token", "t"},
+               {"provisioned", true},
+               {"password", "secret"},
+               {"maintenance", true},
+               {"generatedUID", kGoneUid}});
+  EXPECT_EQ(mac.countRuns(kDefaults, {"write"}), 0U);
+  EXPECT_FALSE(mac.exists(kPasswordFile));
+  EXPECT_EQ(mac.countLog(kRestored), 0U);
+  EXPECT_EQ(mac.state()["maintenance"], Json(false));
+}
+
 TEST_F(Start, SavesNothingWhenNothingChanged) {
   const std::string text = R"({ "provisioned" : false , "later" : 1 })";
   mac.write(kStateFile, text);

@@ -1,5 +1,6 @@
 // The state file, its directory, and the status that is published from it.
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <ostream>
@@ -38,13 +39,31 @@ TEST_F(State, TakesAFileThatCannotBeReadForNone) {
   EXPECT_EQ(mac.log(), (std::vector<LogLine>{{"Default", "started: not enrolled"}}));
 }
 
-TEST_F(State, IsNotHeldUpByAFifoInTheFilesPlace) {
+TEST_F(State, TakesAFileThatIsNoRegularOneForNone) {
   mac.writeState(Json::object());
-  ASSERT_EQ(unlink(kStateFile), 0);
-  ASSERT_EQ(mkfifo(kStateFile, 0600), 0);
+  for (const mode_t type : {mode_t{S_IFIFO}, mode_t{S_IFCHR}}) {
+    ASSERT_EQ(unlink(kStateFile), 0);
+    ASSERT_EQ(mknod(kStateFile, type | S_IRUSR, makedev(1, 5)), 0) << "/dev/zero never ends";
+    const std::size_t lines = mac.log().size();
+    restartDaemon();
+    ASSERT_EQ(mac.log().size(), lines + 1);
+    EXPECT_EQ(mac.log().back().text, "started: not enrolled");
+  }
+}
+
+TEST_F(State, ReadsNoFileThatIsTooLong) {
+  mac.writeState({{"provisioned", true}});
+  ASSERT_EQ(truncate(kStateFile, (off_t{64} << 20) + 1), 0);
   restartDaemon();
-  EXPECT_EQ(mac.countErrors(kIsUnreadable), 1U);
-  EXPECT_EQ(mac.countLog("started: not enrolled"), 1U);
+  EXPECT_EQ(mac.log(), (std::vector<LogLine>{{"Default", "started: not enrolled"}}));
+}
+
+TEST_F(State, MakesItsDirectoriesWhateverTheProcesssMask) {
+  const mode_t before = umask(077);
+  restartDaemon();
+  umask(before);
+  EXPECT_EQ(mac.modeAndOwner(kVendorDir), "0755 0:0");
+  EXPECT_EQ(mac.modeAndOwner(kStateDir), "0711 0:0");
 }
 
 TEST_F(State, MakesItsDirectories) {
@@ -99,6 +118,9 @@ TEST_F(State, SaysSoWhenALinkIsInTheDirectorysPlace) {
   ASSERT_EQ(symlink(kElsewhere, kStateDir), 0);
   restartDaemon();
   EXPECT_EQ(mac.countErrors(kIsNoDirectory), 1U);
+  EXPECT_EQ(mac.countErrors("cannot open " + std::string(kStateDir) +
+                            " without following a link: Not a directory"),
+            1U);
   EXPECT_EQ(mac.modeAndOwner(kElsewhere), "0755 501:20");
   EXPECT_EQ(mac.modeAndOwner(kStateDir), "0777 0:0");  // still the link
   EXPECT_EQ(mac.readJson(std::string(kElsewhere) + "/state.json"), (Json{{"maintenance", true}}));

@@ -105,7 +105,9 @@ struct ScriptedPortal::Impl {
   void handle(const httplib::Request& request, httplib::Response& response) {
     const std::lock_guard guard(lock);
     seen.push_back(RequestFrom(request));
-    const auto found = answers.find(request.method + " " + request.path);
+    const std::string call = request.method + " " + request.path;
+    if (const auto look = looks.find(call); look != looks.end()) look->second();
+    const auto found = answers.find(call);
     const Answer& answer =
         found == answers.end() ? Answer{404, "{}", "application/json", ""} : found->second;
     response.status = answer.status;
@@ -122,6 +124,7 @@ struct ScriptedPortal::Impl {
   const ReservedPort port;
   mutable std::mutex lock;
   std::map<std::string, Answer> answers;
+  std::map<std::string, std::function<void()>> looks;
   std::vector<PortalRequest> seen;
 };
 
@@ -157,6 +160,11 @@ void ScriptedPortal::redirect(const std::string& call, int status, const std::st
 void ScriptedPortal::drip(const std::string& call, int seconds) {
   const std::lock_guard guard(_impl->lock);
   _impl->answers.insert_or_assign(call, Answer{200, "", "", "", seconds});
+}
+
+void ScriptedPortal::whenAsked(const std::string& call, std::function<void()> look) {
+  const std::lock_guard guard(_impl->lock);
+  _impl->looks.insert_or_assign(call, std::move(look));
 }
 
 void ScriptedPortal::stop() { _impl->close(); }

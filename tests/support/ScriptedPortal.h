@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -40,6 +41,8 @@ class ScriptedPortal {
   void redirect(const std::string& call, int status, const std::string& location);
   /// "METHOD PATH" is answered with a byte a second, `seconds` times.
   void drip(const std::string& call, int seconds);
+  /// Calls `look` before "METHOD PATH" is answered, on a thread of the portal.
+  void whenAsked(const std::string& call, std::function<void()> look);
   /// Stops listening: the portal cannot be reached. resume() listens on the same port again.
   void stop();
   void resume();

@@ -55,12 +55,17 @@ TEST_F(LinksTest, ReplacesLinksAtTheFilesItWrites) {
 }
 
 TEST_F(LinksTest, WritesNoStateThroughALinkedStateDirectory) {
+  const std::string state = std::string(kVictimFolder) + "/state.json";
+  mac.write(state, R"({"maintenance": true})");  // whose end is saved at once
   plant(kStateDir, kVictimFolder);
   boot();
   EXPECT_EQ(mac.countErrors(std::string(kStateDir) + " is not a directory"), 1U);
-  // The default portal cannot be reached from here, but a refusal is saved as well.
-  EXPECT_EQ(ask({{"cmd", "status"}})["enrolled"], 0);
-  expectVictimUntouched();
+  EXPECT_GE(mac.countErrors("cannot open " + std::string(kStateDir) +
+                            " without following a link: Not a directory"),
+            1U);
+  EXPECT_EQ(ask({{"cmd", "status"}})["maintenance"], false);
+  EXPECT_EQ(mac.read(state), R"({"maintenance": true})");
+  EXPECT_EQ(mac.list(kVictimFolder), std::vector<std::string>{"state.json"});
 }
 
 TEST_F(LinksTest, InstallsNoAgentThroughALinkedFolder) {

@@ -60,6 +60,10 @@ TEST_F(StartUpTest, EndsWhenItsServiceIsNotRegistered) {
   EXPECT_NE(finished.output.find("[BrindlexKioskHelper] started: not enrolled\n"),
             std::string::npos);
   EXPECT_TRUE(finished.output.ends_with(kNotRegistered)) << finished.output;
+  EXPECT_EQ(
+      mac.countErrors("mach service com.brindlex.stream.kioskd is not registered with launchd; "
+                      "run only as the LaunchDaemon"),
+      1U);
 }
 
 TEST_F(StartUpTest, RefusesAUserWhoIsNotRoot) {
