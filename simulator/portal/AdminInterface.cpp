@@ -69,11 +69,11 @@ HttpResponse WithTerminal(Store& store, const std::string& id,
 
 AdminInterface::AdminInterface(Store& store, Misbehaviour& misbehaviour, std::string token,
                                Apply apply)
-    : store_(store),
-      misbehaviour_(misbehaviour),
-      token_(std::move(token)),
-      apply_(std::move(apply)),
-      routes_(routes()) {}
+    : _store(store),
+      _misbehaviour(misbehaviour),
+      _token(std::move(token)),
+      _apply(std::move(apply)),
+      _routes(routes()) {}
 
 std::vector<Route> AdminInterface::routes() {
   using Request = const HttpRequest&;
@@ -93,24 +93,24 @@ std::vector<Route> AdminInterface::routes() {
        [this](Request request, Argument code) { return claim(request, code); }},
       {"POST", "/api/admin/codes/{}/expire",
        [this](Request, Argument code) {
-         return store_.run([&](State& state) { return ExpireCode(state, code, Now()); });
+         return _store.run([&](State& state) { return ExpireCode(state, code, Now()); });
        }},
       {"GET", "/api/admin/misbehaviour",
-       [this](Request, Argument) { return JsonResponse(200, misbehaviour_.current()); }},
+       [this](Request, Argument) { return JsonResponse(200, _misbehaviour.current()); }},
       {"PUT", "/api/admin/misbehaviour",
        [this](Request request, Argument) { return misbehave(request); }},
   };
 }
 
 HttpResponse AdminInterface::answer(const HttpRequest& request) {
-  if (SameSecret(BearerToken(request), token_)) return Dispatch(routes_, request);
+  if (SameSecret(BearerToken(request), _token)) return Dispatch(_routes, request);
   HttpResponse response = ErrorResponse(401, "unauthorized");
   response.headers["www-authenticate"] = "Bearer";
   return response;
 }
 
 HttpResponse AdminInterface::listTerminals() {
-  return store_.run([](State& state) {
+  return _store.run([](State& state) {
     Json list = Json::array();
     for (const auto& [id, terminal] : state.terminals.items())
       list.push_back(TerminalRecord(id, terminal));
@@ -119,7 +119,7 @@ HttpResponse AdminInterface::listTerminals() {
 }
 
 HttpResponse AdminInterface::listCodes() {
-  return store_.run([](State& state) {
+  return _store.run([](State& state) {
     Json list = Json::array();
     for (const auto& [code, record] : state.codes.items())
       list.push_back(CodeRecord(code, record, Now()));
@@ -128,7 +128,7 @@ HttpResponse AdminInterface::listCodes() {
 }
 
 HttpResponse AdminInterface::showTerminal(const std::string& id) {
-  return WithTerminal(store_, id, [](Json&) {});
+  return WithTerminal(_store, id, [](Json&) {});
 }
 
 HttpResponse AdminInterface::claim(const HttpRequest& request, const std::string& code) {
@@ -137,22 +137,22 @@ HttpResponse AdminInterface::claim(const HttpRequest& request, const std::string
   if (!body || !IsClaim(*body)) return ErrorResponse(400, "bad_request");
   std::optional<std::string> name;
   if (body->contains("name")) name = (*body)["name"].get<std::string>();
-  return store_.run([&](State& state) { return ClaimCode(state, code, name, Now()); });
+  return _store.run([&](State& state) { return ClaimCode(state, code, name, Now()); });
 }
 
 HttpResponse AdminInterface::change(const HttpRequest& request, const std::string& id,
                                     Check check) {
   const std::optional<Json> body = ParseJson(request.body);
   if (!body || !IsChange(*body, check)) return ErrorResponse(400, "bad_request");
-  return WithTerminal(store_, id, [&](Json& terminal) { Change(id, terminal, *body); });
+  return WithTerminal(_store, id, [&](Json& terminal) { Change(id, terminal, *body); });
 }
 
 HttpResponse AdminInterface::revoke(const std::string& id) {
-  return WithTerminal(store_, id, [](Json& terminal) { terminal["status"] = "revoked"; });
+  return WithTerminal(_store, id, [](Json& terminal) { terminal["status"] = "revoked"; });
 }
 
 HttpResponse AdminInterface::forget(const std::string& id) {
-  return store_.run([&](State& state) {
+  return _store.run([&](State& state) {
     if (state.terminals.erase(id) == 0) return ErrorResponse(404, "not_found");
     for (auto code = state.codes.begin(); code != state.codes.end();)
       code = (*code)["terminal"] == id ? state.codes.erase(code) : std::next(code);
@@ -163,7 +163,7 @@ HttpResponse AdminInterface::forget(const std::string& id) {
 HttpResponse AdminInterface::misbehave(const HttpRequest& request) {
   const std::optional<Json> settings = ParseJson(request.body);
   if (!settings || !IsMisbehaviour(*settings)) return ErrorResponse(400, "bad_request");
-  if (!apply_(*settings)) return ErrorResponse(500, "internal");
+  if (!_apply(*settings)) return ErrorResponse(500, "internal");
   return JsonResponse(200, *settings);
 }
 

@@ -39,11 +39,11 @@ class AdminInterface {
   HttpResponse misbehave(const HttpRequest& request);
   std::vector<Route> routes();
 
-  Store& store_;
-  Misbehaviour& misbehaviour_;
-  const std::string token_;
-  const Apply apply_;
-  const std::vector<Route> routes_;
+  Store& _store;
+  Misbehaviour& _misbehaviour;
+  const std::string _token;
+  const Apply _apply;
+  const std::vector<Route> _routes;
 };
 
 }  // namespace portal

@@ -67,18 +67,18 @@ class CommandLine {
   int setPolicy(const Commands& commands, const std::string& kind) const;
   Json misbehaviour() const;
 
-  CLI::App app_{
+  CLI::App _app{
       "The reference portal that kiosk terminals talk to, and its administrator's commands"};
-  Arguments given_;
-  Action action_;
+  Arguments _given;
+  Action _action;
 };
 
 CommandLine::CommandLine() {
-  app_.add_option("--dir", given_.dir, "The portal's folder")->required();
-  app_.add_flag("--json", given_.json, "Print JSON, for programs");
-  app_.require_subcommand(1);
-  app_.fallthrough();
-  app_.footer(
+  _app.add_option("--dir", _given.dir, "The portal's folder")->required();
+  _app.add_flag("--json", _given.json, "Print JSON, for programs");
+  _app.require_subcommand(1);
+  _app.fallthrough();
+  _app.footer(
       "ID is a terminal's name, its id, the beginning of its id, or \"-\" for the only one.\n"
       "Exit status: 0 done, 1 refused, 2 wrong usage, 3 the portal was not reached.");
   addServe();
@@ -92,36 +92,36 @@ CommandLine::CommandLine() {
 
 int CommandLine::run(int argc, char** argv) {
   try {
-    app_.parse(argc, argv);
+    _app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app_.exit(error) == 0 ? kOk : kUsage;
+    return _app.exit(error) == 0 ? kOk : kUsage;
   }
-  given_.serve.dir = given_.dir;
-  return action_(Commands(given_.dir, given_.json));
+  _given.serve.dir = _given.dir;
+  return _action(Commands(_given.dir, _given.json));
 }
 
 CLI::App* CommandLine::add(const std::string& name, const std::string& what, Action action) {
-  CLI::App* const command = app_.add_subcommand(name, what);
-  command->callback([this, action = std::move(action)] { action_ = action; });
+  CLI::App* const command = _app.add_subcommand(name, what);
+  command->callback([this, action = std::move(action)] { _action = action; });
   return command;
 }
 
 CLI::App* CommandLine::addForTerminal(const std::string& name, const std::string& what,
                                       Action action) {
   CLI::App* const command = add(name, what, std::move(action));
-  command->add_option("ID", given_.terminal, "The terminal")->required();
+  command->add_option("ID", _given.terminal, "The terminal")->required();
   return command;
 }
 
 void CommandLine::addServe() {
   CLI::App* const serve = add("serve", "Serve until SIGTERM or SIGINT",
-                              [this](const Commands&) { return Serve(given_.serve); });
+                              [this](const Commands&) { return Serve(_given.serve); });
   const CLI::Range port(0, 65535);
-  serve->add_option("--port", given_.serve.port, "Port for terminals; 0: any")->check(port);
-  serve->add_option("--admin-port", given_.serve.adminPort, "Port for the administrator; 0: any")
+  serve->add_option("--port", _given.serve.port, "Port for terminals; 0: any")->check(port);
+  serve->add_option("--admin-port", _given.serve.adminPort, "Port for the administrator; 0: any")
       ->check(port);
   serve->add_option_function<std::string>(
-      "--record", [this](const std::string& path) { given_.serve.record = path; },
+      "--record", [this](const std::string& path) { _given.serve.record = path; },
       "Append every exchange to this file, one JSON line each");
 }
 
@@ -129,104 +129,104 @@ void CommandLine::addCodes() {
   add("codes", "List the pairing codes", [](const Commands& commands) { return commands.codes(); });
   CLI::App* const claim =
       add("claim", "Make a terminal of the device that shows this code",
-          [this](const Commands& commands) { return commands.claim(given_.code, given_.text); });
-  claim->add_option("CODE", given_.code, "The code")->required();
-  claim->add_option("--name", given_.text, "The terminal's name; its host name otherwise");
+          [this](const Commands& commands) { return commands.claim(_given.code, _given.text); });
+  claim->add_option("CODE", _given.code, "The code")->required();
+  claim->add_option("--name", _given.text, "The terminal's name; its host name otherwise");
   CLI::App* const expire =
       add("expire", "End the life of a code",
-          [this](const Commands& commands) { return commands.expire(given_.code); });
-  expire->add_option("CODE", given_.code, "The code")->required();
+          [this](const Commands& commands) { return commands.expire(_given.code); });
+  expire->add_option("CODE", _given.code, "The code")->required();
 }
 
 void CommandLine::addTerminals() {
   add("terminals", "List the terminals",
       [](const Commands& commands) { return commands.terminals(); });
   addForTerminal("show", "Show a terminal",
-                 [this](const Commands& commands) { return commands.show(given_.terminal); });
+                 [this](const Commands& commands) { return commands.show(_given.terminal); });
   addForTerminal("revoke", "Revoke a terminal: it is told to stop being a kiosk",
-                 [this](const Commands& commands) { return commands.revoke(given_.terminal); });
+                 [this](const Commands& commands) { return commands.revoke(_given.terminal); });
   addForTerminal("forget", "Forget a terminal: its token becomes unknown",
-                 [this](const Commands& commands) { return commands.forget(given_.terminal); });
+                 [this](const Commands& commands) { return commands.forget(_given.terminal); });
   addForTerminal("rename", "Give a terminal a name",
                  [this](const Commands& commands) {
-                   return commands.change(given_.terminal, {{"name", *given_.text}});
+                   return commands.change(_given.terminal, {{"name", *_given.text}});
                  })
-      ->add_option("NAME", given_.text, "The name")
+      ->add_option("NAME", _given.text, "The name")
       ->required();
   addForTerminal("exit-password", "Set the password that leaves kiosk mode",
                  [this](const Commands& commands) {
-                   return commands.change(given_.terminal, {{"exitPassword", *given_.text}});
+                   return commands.change(_given.terminal, {{"exitPassword", *_given.text}});
                  })
-      ->add_option("PASSWORD", given_.text, "The password")
+      ->add_option("PASSWORD", _given.text, "The password")
       ->required();
 }
 
 void CommandLine::addSignIn() {
   CLI::App* const command = addForTerminal(
       "sign-in", "Change a terminal's sign-in options", [this](const Commands& commands) {
-        if (given_.noHosts) given_.hosts.emplace();
-        return commands.signIn(given_.terminal, Switch(given_.microsoft), Switch(given_.email),
-                               given_.hosts);
+        if (_given.noHosts) _given.hosts.emplace();
+        return commands.signIn(_given.terminal, Switch(_given.microsoft), Switch(_given.email),
+                               _given.hosts);
       });
   const CLI::IsMember onOrOff({"on", "off"});
-  command->add_option("--microsoft", given_.microsoft, "Sign in with Microsoft: on or off")
+  command->add_option("--microsoft", _given.microsoft, "Sign in with Microsoft: on or off")
       ->check(onOrOff);
-  command->add_option("--email", given_.email, "Sign in by e-mail: on or off")->check(onOrOff);
+  command->add_option("--email", _given.email, "Sign in by e-mail: on or off")->check(onOrOff);
   CLI::Option* const hosts = command->add_option_function<std::vector<std::string>>(
-      "--host", [this](const std::vector<std::string>& list) { given_.hosts = list; },
+      "--host", [this](const std::vector<std::string>& list) { _given.hosts = list; },
       "A further host that sign-in may reach; replaces those set before");
   hosts->allow_extra_args(false);
-  command->add_flag("--no-hosts", given_.noHosts, "Remove the further hosts")->excludes(hosts);
+  command->add_flag("--no-hosts", _given.noHosts, "Remove the further hosts")->excludes(hosts);
 }
 
 void CommandLine::addPolicy(const std::string& kind, const std::string& what) {
   CLI::App* const command = addForTerminal(
       kind, what, [this, kind](const Commands& commands) { return setPolicy(commands, kind); });
   CLI::Option* const policy =
-      command->add_option("JSON", given_.policy, "The policy")->check(CheckJson);
-  CLI::Option* const source = command->add_option("--source", given_.source,
+      command->add_option("JSON", _given.policy, "The policy")->check(CheckJson);
+  CLI::Option* const source = command->add_option("--source", _given.source,
                                                   "Where it comes from: device, tenant or default");
-  command->add_flag("--raw", given_.raw, "Let invalid values pass");
-  command->add_flag("--none", given_.none, "Remove the policy and its source")
+  command->add_flag("--raw", _given.raw, "Let invalid values pass");
+  command->add_flag("--none", _given.none, "Remove the policy and its source")
       ->excludes(policy)
       ->excludes(source);
   command->parse_complete_callback([this] {
-    if (!given_.policy && !given_.source && !given_.none)
+    if (!_given.policy && !_given.source && !_given.none)
       throw CLI::RequiredError("JSON, --source or --none");
   });
 }
 
 int CommandLine::setPolicy(const Commands& commands, const std::string& kind) const {
   Json change = Json::object();
-  if (given_.none) change = {{kind, nullptr}, {kind + "Source", nullptr}};
-  if (given_.policy) change[kind] = *ParseJson(*given_.policy);
-  if (given_.source) change[kind + "Source"] = *given_.source;
-  return commands.change(given_.terminal, change, given_.raw);
+  if (_given.none) change = {{kind, nullptr}, {kind + "Source", nullptr}};
+  if (_given.policy) change[kind] = *ParseJson(*_given.policy);
+  if (_given.source) change[kind + "Source"] = *_given.source;
+  return commands.change(_given.terminal, change, _given.raw);
 }
 
 void CommandLine::addMisbehave() {
   CLI::App* const command =
       add("misbehave", "Let the portal do something wrong, or show what it does wrong",
           [this](const Commands& commands) {
-            return given_.mode.empty() ? commands.showMisbehaviour()
+            return _given.mode.empty() ? commands.showMisbehaviour()
                                        : commands.misbehave(misbehaviour());
           });
-  command->add_option("MODE", given_.mode,
+  command->add_option("MODE", _given.mode,
                       "none, slow, cut, garbage, html500, status, wrongCertificate or refuse");
-  command->add_option("--path", given_.path, "Only requests whose path begins so");
-  command->add_option("--times", given_.times, "Only so many requests or connections");
-  command->add_option("--delay-ms", given_.delayMs, "slow: how late answers are");
-  command->add_option("--status", given_.status, "status: the status of answers");
-  command->add_option("--body", given_.body, "status: the JSON body of answers")->check(CheckJson);
+  command->add_option("--path", _given.path, "Only requests whose path begins so");
+  command->add_option("--times", _given.times, "Only so many requests or connections");
+  command->add_option("--delay-ms", _given.delayMs, "slow: how late answers are");
+  command->add_option("--status", _given.status, "status: the status of answers");
+  command->add_option("--body", _given.body, "status: the JSON body of answers")->check(CheckJson);
 }
 
 Json CommandLine::misbehaviour() const {
-  Json settings = {{"mode", given_.mode}};
-  if (given_.path) settings["path"] = *given_.path;
-  if (given_.times) settings["times"] = *given_.times;
-  if (given_.delayMs) settings["delayMs"] = *given_.delayMs;
-  if (given_.status) settings["status"] = *given_.status;
-  if (given_.body) settings["body"] = *ParseJson(*given_.body);
+  Json settings = {{"mode", _given.mode}};
+  if (_given.path) settings["path"] = *_given.path;
+  if (_given.times) settings["times"] = *_given.times;
+  if (_given.delayMs) settings["delayMs"] = *_given.delayMs;
+  if (_given.status) settings["status"] = *_given.status;
+  if (_given.body) settings["body"] = *ParseJson(*_given.body);
   return settings;
 }
 

@@ -149,15 +149,15 @@ int Commands::showMisbehaviour() const {
 
 int Commands::ask(const std::string& method, const std::string& path, const Json& body,
                   Print print) const {
-  return report(AskPortal(dir_, method, path, body), print);
+  return report(AskPortal(_dir, method, path, body), print);
 }
 
 int Commands::report(const std::optional<PortalAnswer>& answer, Print print) const {
-  if (!answer) return fail(kNotReached, "no portal answers for " + dir_.string());
+  if (!answer) return fail(kNotReached, "no portal answers for " + _dir.string());
   if (!answer->success())
     return fail(kRefused,
                 Cell(answer->body, "error") + " (HTTP " + std::to_string(answer->status) + ")");
-  if (json_)
+  if (_json)
     std::cout << JsonText(answer->body) << "\n";
   else
     print(answer->body);
@@ -165,13 +165,13 @@ int Commands::report(const std::optional<PortalAnswer>& answer, Print print) con
 }
 
 int Commands::fail(ExitStatus status, const std::string& problem) const {
-  if (json_) std::cout << JsonText({{"error", problem}}) << "\n";
+  if (_json) std::cout << JsonText({{"error", problem}}) << "\n";
   std::cerr << "portal: " << problem << "\n";
   return status;
 }
 
 std::optional<Json> Commands::find(const std::string& terminal, int& status) const {
-  const std::optional<PortalAnswer> answer = AskPortal(dir_, "GET", "/api/admin/terminals");
+  const std::optional<PortalAnswer> answer = AskPortal(_dir, "GET", "/api/admin/terminals");
   if (!answer || !answer->success()) {
     status = report(answer, PrintDone);
     return std::nullopt;

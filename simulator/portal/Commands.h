@@ -20,7 +20,7 @@ class Commands {
  public:
   /// @param dir the portal's folder
   /// @param json print the portal's answer as it is
-  Commands(std::filesystem::path dir, bool json) : dir_(std::move(dir)), json_(json) {}
+  Commands(std::filesystem::path dir, bool json) : _dir(std::move(dir)), _json(json) {}
 
   int terminals() const;
   int codes() const;
@@ -52,8 +52,8 @@ class Commands {
   /// @param status receives the exit status when there is no such terminal, or more than one
   std::optional<Json> find(const std::string& terminal, int& status) const;
 
-  const std::filesystem::path dir_;
-  const bool json_;
+  const std::filesystem::path _dir;
+  const bool _json;
 };
 
 }  // namespace portal

@@ -24,8 +24,8 @@ void Connections::watch(SSL_CTX* context) {
 }
 
 void Connections::drop() {
-  const std::lock_guard lock(mutex_);
-  for (const int socket : sockets_) shutdown(socket, SHUT_RDWR);
+  const std::lock_guard lock(_mutex);
+  for (const int socket : _sockets) shutdown(socket, SHUT_RDWR);
 }
 
 void Connections::onState(const SSL* connection, int where, int) {
@@ -37,17 +37,17 @@ void Connections::onState(const SSL* connection, int where, int) {
 
 void Connections::add(SSL* connection) {
   auto entry = std::make_unique<Entry>(Entry{this, SSL_get_fd(connection)});
-  const std::lock_guard lock(mutex_);
+  const std::lock_guard lock(_mutex);
   if (SSL_set_ex_data(connection, index(), entry.get()) != 1) return;
-  sockets_.insert(entry.release()->socket);
+  _sockets.insert(entry.release()->socket);
 }
 
 /// Runs before the socket is closed, so a number in the set never means another file.
 void Connections::onFree(void*, void* data, CRYPTO_EX_DATA*, int, long, void*) {
   const std::unique_ptr<Entry> entry(static_cast<Entry*>(data));
   if (!entry) return;
-  const std::lock_guard lock(entry->owner->mutex_);
-  entry->owner->sockets_.erase(entry->socket);
+  const std::lock_guard lock(entry->owner->_mutex);
+  entry->owner->_sockets.erase(entry->socket);
 }
 
 }  // namespace portal

@@ -26,8 +26,8 @@ class Connections {
                      void* pointer);
   void add(SSL* connection);
 
-  std::mutex mutex_;
-  std::set<int> sockets_;
+  std::mutex _mutex;
+  std::set<int> _sockets;
 };
 
 }  // namespace portal

@@ -88,33 +88,33 @@ const std::map<std::string, HttpResponse (*)(const Json&), std::less<>>& MadeUpA
 }  // namespace
 
 DeviceInterface::DeviceInterface(Store& store, Misbehaviour& misbehaviour)
-    : store_(store),
-      misbehaviour_(misbehaviour),
-      routes_{
+    : _store(store),
+      _misbehaviour(misbehaviour),
+      _routes{
           {"POST", "/api/kiosk/pair",
            [this](const HttpRequest& request, const std::string&) { return pair(request); }},
           {"GET", "/api/kiosk/pair/{}",
            [this](const HttpRequest&, const std::string& code) {
-             return store_.run([&](State& state) { return PollCode(state, code, Now()); });
+             return _store.run([&](State& state) { return PollCode(state, code, Now()); });
            }},
           {"POST", "/api/kiosk/check-in",
            [this](const HttpRequest& request, const std::string&) { return checkIn(request); }},
       } {}
 
 HttpResponse DeviceInterface::answer(const HttpRequest& request) {
-  const std::optional<Misbehaviour::Use> use = misbehaviour_.takeForRequest(request.path);
-  return use ? misbehave(*use, request) : Dispatch(routes_, request);
+  const std::optional<Misbehaviour::Use> use = _misbehaviour.takeForRequest(request.path);
+  return use ? misbehave(*use, request) : Dispatch(_routes, request);
 }
 
 HttpResponse DeviceInterface::misbehave(const Misbehaviour::Use& use, const HttpRequest& request) {
   const std::string& mode = use.settings["mode"].get_ref<const std::string&>();
   if (mode == "slow") {
-    misbehaviour_.delay(use);
-    return Dispatch(routes_, request);
+    _misbehaviour.delay(use);
+    return Dispatch(_routes, request);
   }
   const auto madeUp = MadeUpAnswers().find(mode);
   HttpResponse response =
-      madeUp != MadeUpAnswers().end() ? madeUp->second(use.settings) : Dispatch(routes_, request);
+      madeUp != MadeUpAnswers().end() ? madeUp->second(use.settings) : Dispatch(_routes, request);
   response.cut = mode == "cut";
   response.misbehaved = true;
   return response;
@@ -123,13 +123,13 @@ HttpResponse DeviceInterface::misbehave(const Misbehaviour::Use& use, const Http
 HttpResponse DeviceInterface::pair(const HttpRequest& request) {
   const std::optional<Json> device = ParseJson(request.body);
   if (!device || !IsPairRequest(*device)) return ErrorResponse(400, "bad_request");
-  return store_.run([&](State& state) { return IssueCode(state, *device, Now()); });
+  return _store.run([&](State& state) { return IssueCode(state, *device, Now()); });
 }
 
 HttpResponse DeviceInterface::checkIn(const HttpRequest& request) {
   const std::string token = BearerToken(request);
   const std::optional<Json> report = ParseJson(request.body);
-  return store_.run([&](State& state) { return CheckIn(state, token, report); });
+  return _store.run([&](State& state) { return CheckIn(state, token, report); });
 }
 
 }  // namespace portal

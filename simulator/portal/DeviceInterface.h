@@ -23,9 +23,9 @@ class DeviceInterface {
   HttpResponse checkIn(const HttpRequest& request);
   HttpResponse misbehave(const Misbehaviour::Use& use, const HttpRequest& request);
 
-  Store& store_;
-  Misbehaviour& misbehaviour_;
-  const std::vector<Route> routes_;
+  Store& _store;
+  Misbehaviour& _misbehaviour;
+  const std::vector<Route> _routes;
 };
 
 }  // namespace portal

@@ -35,13 +35,13 @@ bool WriteNew(const std::filesystem::path& path, std::string_view content, mode_
 }  // namespace
 
 Descriptor::~Descriptor() {
-  if (fd_ >= 0) close(fd_);
+  if (_fd >= 0) close(_fd);
 }
 
-Descriptor::Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+Descriptor::Descriptor(Descriptor&& other) noexcept : _fd(std::exchange(other._fd, -1)) {}
 
 Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
-  std::swap(fd_, other.fd_);
+  std::swap(_fd, other._fd);
   return *this;
 }
 

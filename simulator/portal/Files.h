@@ -13,18 +13,18 @@ namespace portal {
 /// A descriptor that closes itself.
 class Descriptor {
  public:
-  explicit Descriptor(int fd = -1) : fd_(fd) {}
+  explicit Descriptor(int fd = -1) : _fd(fd) {}
   ~Descriptor();
   Descriptor(Descriptor&& other) noexcept;
   Descriptor& operator=(Descriptor&& other) noexcept;
   Descriptor(const Descriptor&) = delete;
   Descriptor& operator=(const Descriptor&) = delete;
 
-  int get() const { return fd_; }
-  bool open() const { return fd_ >= 0; }
+  int get() const { return _fd; }
+  bool open() const { return _fd >= 0; }
 
  private:
-  int fd_;
+  int _fd;
 };
 
 /// Reads a file.

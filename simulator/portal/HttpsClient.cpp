@@ -26,11 +26,11 @@ struct HttpsClient::Impl {
 };
 
 HttpsClient::HttpsClient(const std::string& url, const std::filesystem::path& authority)
-    : impl_(std::make_unique<Impl>(PortOf(url))) {
-  impl_->client.set_ca_cert_path(authority.string());
-  impl_->client.enable_server_certificate_verification(true);
-  impl_->client.set_keep_alive(true);
-  impl_->client.set_read_timeout(kPatience);
+    : _impl(std::make_unique<Impl>(PortOf(url))) {
+  _impl->client.set_ca_cert_path(authority.string());
+  _impl->client.enable_server_certificate_verification(true);
+  _impl->client.set_keep_alive(true);
+  _impl->client.set_read_timeout(kPatience);
 }
 
 HttpsClient::~HttpsClient() = default;
@@ -38,7 +38,7 @@ HttpsClient::HttpsClient(HttpsClient&&) noexcept = default;
 HttpsClient& HttpsClient::operator=(HttpsClient&&) noexcept = default;
 
 void HttpsClient::setTimeout(int milliseconds) {
-  impl_->client.set_read_timeout(std::chrono::milliseconds(milliseconds));
+  _impl->client.set_read_timeout(std::chrono::milliseconds(milliseconds));
 }
 
 std::optional<HttpResponse> HttpsClient::send(const HttpRequest& request) {
@@ -47,8 +47,8 @@ std::optional<HttpResponse> HttpsClient::send(const HttpRequest& request) {
   sent.path = request.path;
   sent.body = request.body;
   for (const auto& [name, value] : request.headers) sent.set_header(name, value);
-  const httplib::Result result = impl_->client.send(sent);
-  error_ = result ? "" : httplib::to_string(result.error());
+  const httplib::Result result = _impl->client.send(sent);
+  _error = result ? "" : httplib::to_string(result.error());
   if (!result) return std::nullopt;
   HttpResponse response;
   response.status = result->status;

@@ -29,12 +29,12 @@ class HttpsClient {
   std::optional<HttpResponse> send(const HttpRequest& request);
 
   /// Why the last request had no answer, as the HTTP library names it ("SSLServerVerification").
-  const std::string& error() const { return error_; }
+  const std::string& error() const { return _error; }
 
  private:
   struct Impl;
-  std::unique_ptr<Impl> impl_;
-  std::string error_;
+  std::unique_ptr<Impl> _impl;
+  std::string _error;
 };
 
 }  // namespace portal

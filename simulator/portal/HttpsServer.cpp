@@ -112,18 +112,18 @@ class HttpsServer::Impl {
   void answerWithBody(const httplib::Request& request, httplib::Response& response,
                       const httplib::ContentReader& reader) const;
 
-  const Handler handler_;
-  const Identify identify_;
-  httplib::SSLServer server_;
-  std::mutex mutex_;  ///< guards the members below
-  Descriptor reservation_;
-  std::thread thread_;
+  const Handler _handler;
+  const Identify _identify;
+  httplib::SSLServer _server;
+  std::mutex _mutex;  ///< guards the members below
+  Descriptor _reservation;
+  std::thread _thread;
 };
 
 HttpsServer::Impl::Impl(Handler handler, Identify identify)
-    : handler_(std::move(handler)),
-      identify_(std::move(identify)),
-      server_([this](SSL_CTX& context) { return setUp(context); }) {
+    : _handler(std::move(handler)),
+      _identify(std::move(identify)),
+      _server([this](SSL_CTX& context) { return setUp(context); }) {
   configure();
 }
 
@@ -139,7 +139,7 @@ bool HttpsServer::Impl::setUp(SSL_CTX& context) {
 }
 
 int HttpsServer::Impl::showCertificate(SSL* connection, void* self) {
-  const Identity identity = static_cast<Impl*>(self)->identify_();
+  const Identity identity = static_cast<Impl*>(self)->_identify();
   return SSL_use_certificate(connection, identity.certificate.get()) == 1 &&
                  SSL_use_PrivateKey(connection, identity.key.get()) == 1
              ? 1
@@ -147,13 +147,13 @@ int HttpsServer::Impl::showCertificate(SSL* connection, void* self) {
 }
 
 void HttpsServer::Impl::configure() {
-  server_.new_task_queue = [] { return new httplib::ThreadPool(kMaxConnections); };
-  server_.set_socket_options(&AllowReuse);
-  server_.set_tcp_nodelay(true);
-  server_.set_keep_alive_max_count(kMaxRequestsPerConnection);
-  server_.set_keep_alive_timeout(kIdleTimeout.count());
-  server_.set_read_timeout(kTransferTimeout.count());
-  server_.set_write_timeout(kTransferTimeout.count());
+  _server.new_task_queue = [] { return new httplib::ThreadPool(kMaxConnections); };
+  _server.set_socket_options(&AllowReuse);
+  _server.set_tcp_nodelay(true);
+  _server.set_keep_alive_max_count(kMaxRequestsPerConnection);
+  _server.set_keep_alive_timeout(kIdleTimeout.count());
+  _server.set_read_timeout(kTransferTimeout.count());
+  _server.set_write_timeout(kTransferTimeout.count());
   const auto withoutBody = [this](const httplib::Request& request, httplib::Response& response) {
     answer(Convert(request), response);
   };
@@ -161,21 +161,21 @@ void HttpsServer::Impl::configure() {
                                const httplib::ContentReader& reader) {
     answerWithBody(request, response, reader);
   };
-  server_.Get(kEveryPath, withoutBody).Options(kEveryPath, withoutBody);
-  server_.Post(kEveryPath, withBody).Put(kEveryPath, withBody);
-  server_.Patch(kEveryPath, withBody).Delete(kEveryPath, withBody);
-  server_.set_error_handler([](const httplib::Request&, httplib::Response& response) {
+  _server.Get(kEveryPath, withoutBody).Options(kEveryPath, withoutBody);
+  _server.Post(kEveryPath, withBody).Put(kEveryPath, withBody);
+  _server.Patch(kEveryPath, withBody).Delete(kEveryPath, withBody);
+  _server.set_error_handler([](const httplib::Request&, httplib::Response& response) {
     if (response.body.empty() && !response.has_header("Content-Type"))
       Convert(ErrorResponse(response.status, "bad_request"), response);
   });
-  server_.set_exception_handler(
+  _server.set_exception_handler(
       [](const httplib::Request&, httplib::Response& response, const std::exception_ptr&) {
         Convert(ErrorResponse(500, "internal"), response);
       });
 }
 
 void HttpsServer::Impl::answer(const HttpRequest& request, httplib::Response& response) const {
-  Convert(handler_(request), response);
+  Convert(_handler(request), response);
 }
 
 void HttpsServer::Impl::answerWithBody(const httplib::Request& request, httplib::Response& response,
@@ -188,7 +188,7 @@ void HttpsServer::Impl::answerWithBody(const httplib::Request& request, httplib:
 }
 
 bool HttpsServer::Impl::reserve(int wanted) {
-  const std::lock_guard lock(mutex_);
+  const std::lock_guard lock(_mutex);
   Descriptor bound(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   AllowReuse(bound.get());
   sockaddr_in address = Loopback(wanted);
@@ -198,41 +198,41 @@ bool HttpsServer::Impl::reserve(int wanted) {
       getsockname(bound.get(), generic, &length) != 0)
     return false;
   port = ntohs(address.sin_port);
-  reservation_ = std::move(bound);
+  _reservation = std::move(bound);
   return true;
 }
 
 bool HttpsServer::Impl::accept() {
-  const std::lock_guard lock(mutex_);
-  if (thread_.joinable()) return true;
-  if (!server_.is_valid() || !server_.bind_to_port(kHost, port)) return false;
-  thread_ = std::thread([this] { server_.listen_after_bind(); });
+  const std::lock_guard lock(_mutex);
+  if (_thread.joinable()) return true;
+  if (!_server.is_valid() || !_server.bind_to_port(kHost, port)) return false;
+  _thread = std::thread([this] { _server.listen_after_bind(); });
   // The library ignores a stop that comes before its loop runs; it offers nothing to wait on.
-  while (!server_.is_running()) std::this_thread::yield();
+  while (!_server.is_running()) std::this_thread::yield();
   return true;
 }
 
 void HttpsServer::Impl::refuse() {
-  const std::lock_guard lock(mutex_);
-  if (!thread_.joinable()) return;
-  server_.stop();
+  const std::lock_guard lock(_mutex);
+  if (!_thread.joinable()) return;
+  _server.stop();
   connections.drop();
-  thread_.join();
+  _thread.join();
 }
 
 HttpsServer::HttpsServer(Handler handler, Identify identify)
-    : impl_(std::make_unique<Impl>(std::move(handler), std::move(identify))) {}
+    : _impl(std::make_unique<Impl>(std::move(handler), std::move(identify))) {}
 
 HttpsServer::~HttpsServer() { refuse(); }
 
-bool HttpsServer::reserve(int port) { return impl_->reserve(port); }
+bool HttpsServer::reserve(int port) { return _impl->reserve(port); }
 
-int HttpsServer::port() const { return impl_->port; }
+int HttpsServer::port() const { return _impl->port; }
 
-bool HttpsServer::accept() { return impl_->accept(); }
+bool HttpsServer::accept() { return _impl->accept(); }
 
-void HttpsServer::refuse() { impl_->refuse(); }
+void HttpsServer::refuse() { _impl->refuse(); }
 
-void HttpsServer::dropConnections() { impl_->connections.drop(); }
+void HttpsServer::dropConnections() { _impl->connections.drop(); }
 
 }  // namespace portal

@@ -6,51 +6,51 @@ namespace portal {
 
 void Misbehaviour::set(const Json& settings) {
   {
-    const std::lock_guard lock(mutex_);
-    settings_ = settings;
-    ++generation_;
+    const std::lock_guard lock(_mutex);
+    _settings = settings;
+    ++_generation;
   }
-  changed_.notify_all();
+  _changed.notify_all();
 }
 
 Json Misbehaviour::current() const {
-  const std::lock_guard lock(mutex_);
-  return settings_;
+  const std::lock_guard lock(_mutex);
+  return _settings;
 }
 
 std::optional<Misbehaviour::Use> Misbehaviour::takeForRequest(const std::string& path) {
-  const std::lock_guard lock(mutex_);
-  const Json& mode = settings_["mode"];
+  const std::lock_guard lock(_mutex);
+  const Json& mode = _settings["mode"];
   if (mode == "none" || mode == "refuse" || mode == "wrongCertificate") return std::nullopt;
-  const auto prefix = settings_.find("path");
-  if (prefix != settings_.end() && !path.starts_with(prefix->get_ref<const std::string&>()))
+  const auto prefix = _settings.find("path");
+  if (prefix != _settings.end() && !path.starts_with(prefix->get_ref<const std::string&>()))
     return std::nullopt;
-  Use taken{settings_, generation_};
+  Use taken{_settings, _generation};
   takeUse();
   return taken;
 }
 
 bool Misbehaviour::takeForConnection() {
-  const std::lock_guard lock(mutex_);
-  if (settings_["mode"] != "wrongCertificate") return false;
+  const std::lock_guard lock(_mutex);
+  if (_settings["mode"] != "wrongCertificate") return false;
   takeUse();
   return true;
 }
 
 void Misbehaviour::delay(const Use& use) {
-  std::unique_lock lock(mutex_);
-  changed_.wait_for(lock, std::chrono::milliseconds(use.settings["delayMs"].get<int>()),
-                    [&] { return generation_ != use.generation; });
+  std::unique_lock lock(_mutex);
+  _changed.wait_for(lock, std::chrono::milliseconds(use.settings["delayMs"].get<int>()),
+                    [&] { return _generation != use.generation; });
 }
 
 void Misbehaviour::takeUse() {
-  const auto times = settings_.find("times");
-  if (times == settings_.end()) return;
+  const auto times = _settings.find("times");
+  if (times == _settings.end()) return;
   const int left = times->get<int>() - 1;
   if (left > 0)
     *times = left;
   else
-    settings_ = {{"mode", "none"}};
+    _settings = {{"mode", "none"}};
 }
 
 }  // namespace portal

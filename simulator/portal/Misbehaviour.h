@@ -43,10 +43,10 @@ class Misbehaviour {
  private:
   void takeUse();
 
-  mutable std::mutex mutex_;
-  std::condition_variable changed_;
-  Json settings_ = {{"mode", "none"}};
-  std::uint64_t generation_ = 0;  ///< counts calls of `set`
+  mutable std::mutex _mutex;
+  std::condition_variable _changed;
+  Json _settings = {{"mode", "none"}};
+  std::uint64_t _generation = 0;  ///< counts calls of `set`
 };
 
 }  // namespace portal

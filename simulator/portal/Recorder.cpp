@@ -20,19 +20,19 @@ Json Body(const std::string& text) {
 }  // namespace
 
 bool Recorder::open(const std::filesystem::path& path) {
-  file_ = Descriptor(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
-  return file_.open();
+  _file = Descriptor(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+  return _file.open();
 }
 
 void Recorder::write(const HttpRequest& request, const HttpResponse& response) {
-  if (!file_.open()) return;
+  if (!_file.open()) return;
   Json line = {{"method", request.method},           {"path", request.path},
                {"requestHeaders", request.headers},  {"requestBody", Body(request.body)},
                {"status", response.status},          {"responseHeaders", response.headers},
                {"responseBody", Body(response.body)}};
   if (response.misbehaved) line["misbehaviour"] = true;
-  const std::lock_guard lock(mutex_);
-  if (!WriteAll(file_.get(), JsonText(line) + "\n")) std::perror("portal: cannot write the record");
+  const std::lock_guard lock(_mutex);
+  if (!WriteAll(_file.get(), JsonText(line) + "\n")) std::perror("portal: cannot write the record");
 }
 
 }  // namespace portal

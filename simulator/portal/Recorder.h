@@ -21,8 +21,8 @@ class Recorder {
   void write(const HttpRequest& request, const HttpResponse& response);
 
  private:
-  std::mutex mutex_;
-  Descriptor file_;
+  std::mutex _mutex;
+  Descriptor _file;
 };
 
 }  // namespace portal

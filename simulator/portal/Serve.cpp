@@ -55,9 +55,9 @@ class Portal {
   /// Ends every connection.
   void stop();
 
-  std::string url() const { return "https://127.0.0.1:" + std::to_string(deviceServer_.port()); }
+  std::string url() const { return "https://127.0.0.1:" + std::to_string(_deviceServer.port()); }
   std::string adminUrl() const {
-    return "https://127.0.0.1:" + std::to_string(adminServer_.port());
+    return "https://127.0.0.1:" + std::to_string(_adminServer.port());
   }
 
  private:
@@ -65,29 +65,29 @@ class Portal {
   template <class Interface>
   HttpsServer::Handler recorded(Interface& interface);
 
-  const std::unique_ptr<Store> store_;
-  const Identities identities_;
-  Misbehaviour misbehaviour_;
-  Recorder recorder_;
-  std::mutex applying_;
-  DeviceInterface device_;
-  AdminInterface admin_;
-  HttpsServer deviceServer_;
-  HttpsServer adminServer_;
+  const std::unique_ptr<Store> _store;
+  const Identities _identities;
+  Misbehaviour _misbehaviour;
+  Recorder _recorder;
+  std::mutex _applying;
+  DeviceInterface _device;
+  AdminInterface _admin;
+  HttpsServer _deviceServer;
+  HttpsServer _adminServer;
 };
 
 Portal::Portal(std::unique_ptr<Store> store, Identities identities, std::string adminToken)
-    : store_(std::move(store)),
-      identities_(std::move(identities)),
-      device_(*store_, misbehaviour_),
-      admin_(*store_, misbehaviour_, std::move(adminToken),
+    : _store(std::move(store)),
+      _identities(std::move(identities)),
+      _device(*_store, _misbehaviour),
+      _admin(*_store, _misbehaviour, std::move(adminToken),
              [this](const Json& settings) { return apply(settings); }),
-      deviceServer_(recorded(device_),
+      _deviceServer(recorded(_device),
                     [this] {
-                      return misbehaviour_.takeForConnection() ? identities_.wrong
-                                                               : identities_.right;
+                      return _misbehaviour.takeForConnection() ? _identities.wrong
+                                                               : _identities.right;
                     }),
-      adminServer_(recorded(admin_), [this] { return identities_.right; }) {}
+      _adminServer(recorded(_admin), [this] { return _identities.right; }) {}
 
 template <class Interface>
 HttpsServer::Handler Portal::recorded(Interface& interface) {
@@ -95,30 +95,30 @@ HttpsServer::Handler Portal::recorded(Interface& interface) {
     const bool tooLarge = request.body.size() > kMaxBody;
     if (tooLarge) request.body.clear();  // the record has no use for it
     HttpResponse response = tooLarge ? ErrorResponse(413, "too_large") : interface.answer(request);
-    recorder_.write(request, response);
+    _recorder.write(request, response);
     return response;
   };
 }
 
 /// Misbehaviour that lies below HTTP must be felt by connections that are already open as well.
 bool Portal::apply(const Json& settings) {
-  const std::lock_guard lock(applying_);
-  misbehaviour_.set(settings);
+  const std::lock_guard lock(_applying);
+  _misbehaviour.set(settings);
   if (settings["mode"] == "refuse") {
-    deviceServer_.refuse();
+    _deviceServer.refuse();
     return true;
   }
-  if (settings["mode"] == "wrongCertificate") deviceServer_.dropConnections();
-  return deviceServer_.accept();
+  if (settings["mode"] == "wrongCertificate") _deviceServer.dropConnections();
+  return _deviceServer.accept();
 }
 
 bool Portal::start(const ServeOptions& options, std::string& problem) {
-  if (options.record && !recorder_.open(*options.record)) {
+  if (options.record && !_recorder.open(*options.record)) {
     problem = "cannot write " + options.record->string();
     return false;
   }
   for (const auto& [server, port] :
-       {std::pair{&deviceServer_, options.port}, {&adminServer_, options.adminPort}}) {
+       {std::pair{&_deviceServer, options.port}, {&_adminServer, options.adminPort}}) {
     if (server->reserve(port) && server->accept()) continue;
     problem = "cannot listen on port " + std::to_string(port) + " of 127.0.0.1";
     return false;
@@ -127,9 +127,9 @@ bool Portal::start(const ServeOptions& options, std::string& problem) {
 }
 
 void Portal::stop() {
-  misbehaviour_.set({{"mode", "none"}});  // wakes delayed answers
-  adminServer_.refuse();
-  deviceServer_.refuse();
+  _misbehaviour.set({{"mode", "none"}});  // wakes delayed answers
+  _adminServer.refuse();
+  _deviceServer.refuse();
 }
 
 /// The lock of a folder that only one portal serves; released when the process ends.

@@ -64,7 +64,7 @@ std::string Text(const State& state) {
 }  // namespace
 
 Store::Store(std::filesystem::path path, State state)
-    : path_(std::move(path)), state_(std::move(state)) {}
+    : _path(std::move(path)), _state(std::move(state)) {}
 
 std::unique_ptr<Store> Store::open(const std::filesystem::path& path, std::string& problem) {
   std::error_code error;
@@ -79,12 +79,12 @@ std::unique_ptr<Store> Store::open(const std::filesystem::path& path, std::strin
 }
 
 HttpResponse Store::run(const std::function<HttpResponse(State&)>& step) {
-  const std::lock_guard lock(mutex_);
-  State next = state_;
+  const std::lock_guard lock(_mutex);
+  State next = _state;
   HttpResponse response = step(next);
-  if (response.status >= 400 || next == state_) return response;
-  if (!ReplaceFile(path_, Text(next), 0600)) return ErrorResponse(500, "storage");
-  state_ = std::move(next);
+  if (response.status >= 400 || next == _state) return response;
+  if (!ReplaceFile(_path, Text(next), 0600)) return ErrorResponse(500, "storage");
+  _state = std::move(next);
   return response;
 }
 

@@ -41,9 +41,9 @@ class Store {
  private:
   Store(std::filesystem::path path, State state);
 
-  const std::filesystem::path path_;
-  std::mutex mutex_;
-  State state_;
+  const std::filesystem::path _path;
+  std::mutex _mutex;
+  State _state;
 };
 
 }  // namespace portal

@@ -11,7 +11,7 @@
 
 #include "tests/client/Child.h"
 #include "tests/client/ScriptedDaemon.h"
-#include "tests/client/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 class ChannelTest : public testing::Test {
  protected:

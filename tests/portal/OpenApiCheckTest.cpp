@@ -8,7 +8,7 @@ class OpenApiCheck : public testing::Test {
  protected:
   /// Runs the checker on a record of these exchanges.
   ProgramResult check(const std::vector<Json>& exchanges, bool allowRefusals = false) const {
-    const std::filesystem::path record = folder_.path() / "record.jsonl";
+    const std::filesystem::path record = _folder.path("record.jsonl");
     std::ofstream file(record);
     for (const Json& exchange : exchanges) file << exchange.dump() << "\n";
     file.close();
@@ -18,7 +18,7 @@ class OpenApiCheck : public testing::Test {
     return RunProgram(command);
   }
 
-  TemporaryFolder folder_;
+  TemporaryFolder _folder;
 };
 
 Json CheckInExchange() {
@@ -79,7 +79,7 @@ TEST_F(OpenApiCheck, LooksOnlyAtTheRequestOfAMisbehaviour) {
 TEST_F(OpenApiCheck, RefusesARecordWithoutExchanges) { EXPECT_EQ(check({}).status, 1); }
 
 TEST_F(OpenApiCheck, RefusesARecordThatDoesNotExist) {
-  const auto missing = folder_.path() / "missing.jsonl";
+  const auto missing = _folder.path("missing.jsonl");
   EXPECT_EQ(RunProgram({OPENAPI_CHECK_PROGRAM, PORTAL_API_FILE, missing}).status, 1);
 }
 
@@ -93,7 +93,7 @@ TEST_F(OpenApiCheck, ForgivesAWrongRequestOnlyWhenAskedToAndOnlyIfItWasRefused) 
 }
 
 TEST_F(OpenApiCheck, RefusesADescriptionThatItCannotRead) {
-  const auto path = folder_.path() / "broken.yaml";
+  const auto path = _folder.path("broken.yaml");
   std::ofstream(path) << "openapi: 3.0.3\npaths: {/a: {get: {responses: {$ref: '#/nowhere'}}}}\n";
   EXPECT_EQ(RunProgram({OPENAPI_CHECK_PROGRAM, path, path}).status, 2);
   EXPECT_EQ(RunProgram({OPENAPI_CHECK_PROGRAM}).status, 2);

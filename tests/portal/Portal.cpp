@@ -56,16 +56,6 @@ std::string ReadToEnd(int fd) {
 
 }  // namespace
 
-TemporaryFolder::TemporaryFolder() {
-  std::string name = (std::filesystem::temp_directory_path() / "portal-test-XXXXXX").string();
-  path_ = mkdtemp(name.data());
-}
-
-TemporaryFolder::~TemporaryFolder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
-
 ProgramResult RunProgram(const std::vector<std::string>& command) {
   std::array<int, 2> ends{};
   if (pipe2(ends.data(), O_CLOEXEC) != 0) return {};
@@ -117,27 +107,27 @@ void PortalTest::SetUp() {
 }
 
 void PortalTest::start() {
-  process_ = Spawn({PORTAL_PROGRAM, "--dir", dir(), "serve", "--record", record()}, -1);
-  ASSERT_GT(process_, 0);
+  _process = Spawn({PORTAL_PROGRAM, "--dir", dir(), "serve", "--record", record()}, -1);
+  ASSERT_GT(_process, 0);
   const auto deadline = std::chrono::steady_clock::now() + kPatience;
   while (!std::filesystem::exists(dir() / "ready.json")) {
-    ASSERT_EQ(waitpid(process_, nullptr, WNOHANG), 0) << "the portal ended";
+    ASSERT_EQ(waitpid(_process, nullptr, WNOHANG), 0) << "the portal ended";
     ASSERT_LT(std::chrono::steady_clock::now(), deadline);
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
-  ready_ = Json::parse(FileText(dir() / "ready.json"));
+  _ready = Json::parse(FileText(dir() / "ready.json"));
 }
 
 int PortalTest::stop() {
-  if (process_ <= 0) return -1;
-  kill(process_, SIGTERM);
-  const int status = Wait(process_);
-  process_ = -1;
+  if (_process <= 0) return -1;
+  kill(_process, SIGTERM);
+  const int status = Wait(_process);
+  _process = -1;
   return status;
 }
 
 void PortalTest::TearDown() {
-  if (process_ > 0) {
+  if (_process > 0) {
     EXPECT_EQ(stop(), 0);
   }
   if (!std::filesystem::exists(record()) || std::filesystem::file_size(record()) == 0) return;
@@ -150,11 +140,11 @@ void PortalTest::TearDown() {
 }
 
 portal::HttpsClient PortalTest::deviceClient() const {
-  return {ready_["url"].get<std::string>(), dir() / "ca.pem"};
+  return {_ready["url"].get<std::string>(), dir() / "ca.pem"};
 }
 
 portal::HttpsClient PortalTest::adminClient() const {
-  return {ready_["adminUrl"].get<std::string>(), dir() / "ca.pem"};
+  return {_ready["adminUrl"].get<std::string>(), dir() / "ca.pem"};
 }
 
 Answer PortalTest::device(const std::string& method, const std::string& path,
@@ -167,7 +157,7 @@ Answer PortalTest::admin(const std::string& method, const std::string& path,
                          const Json& body) const {
   portal::HttpsClient client = adminClient();
   return Exchange(client, method, path, body.is_null() ? "" : body.dump(),
-                  ready_["adminToken"].get<std::string>());
+                  _ready["adminToken"].get<std::string>());
 }
 
 Answer PortalTest::checkIn(const std::string& token, const Json& changes) const {

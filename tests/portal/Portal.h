@@ -10,20 +10,7 @@
 
 #include "platform/Json.h"
 #include "simulator/portal/HttpsClient.h"
-
-/// A folder that goes away with this object.
-class TemporaryFolder {
- public:
-  TemporaryFolder();
-  ~TemporaryFolder();
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
-};
+#include "tests/support/TemporaryFolder.h"
 
 /// What a program left behind.
 struct ProgramResult {
@@ -72,15 +59,14 @@ class PortalTest : public testing::Test {
   /// Pairs a terminal. @return its token; its id is put into `id`
   std::string pair(std::string* id = nullptr) const;
 
-  std::filesystem::path dir() const { return folder_.path() / "portal"; }
-  std::filesystem::path record() const { return folder_.path() / "record.jsonl"; }
-  const Json& ready() const { return ready_; }
-  const std::filesystem::path& folder() const { return folder_.path(); }
+  std::filesystem::path dir() const { return _folder.path("portal"); }
+  std::filesystem::path record() const { return _folder.path("record.jsonl"); }
+  const Json& ready() const { return _ready; }
 
  private:
-  TemporaryFolder folder_;
-  pid_t process_ = -1;
-  Json ready_;
+  TemporaryFolder _folder;
+  pid_t _process = -1;
+  Json _ready;
 };
 
 /// Sends one request over a client and reads the answer.

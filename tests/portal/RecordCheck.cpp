@@ -40,11 +40,11 @@ std::optional<std::string> CheckBody(const Json& described, const Json& headers,
 class Check {
  public:
   Check(const Json& description, const Json& exchange, Refusals refusals)
-      : description_(description),
-        exchange_(exchange),
-        status_(exchange["status"].get<int>()),
-        misbehaved_(exchange.value("misbehaviour", Json()) == true),
-        refused_(refusals == Refusals::kAllowed && status_ >= 400 && status_ < 500) {}
+      : _description(description),
+        _exchange(exchange),
+        _status(exchange["status"].get<int>()),
+        _misbehaved(exchange.value("misbehaviour", Json()) == true),
+        _refused(refusals == Refusals::kAllowed && _status >= 400 && _status < 500) {}
 
   std::vector<std::string> run();
 
@@ -56,76 +56,76 @@ class Check {
   void checkSecurity(const Json& operation);
   void checkUndescribed(int expectedStatus, const std::string& what);
 
-  const Json& description_;
-  const Json& exchange_;
-  const int status_;
-  const bool misbehaved_;
-  const bool refused_;  ///< a wrong request is no violation
-  std::vector<std::string> violations_;
+  const Json& _description;
+  const Json& _exchange;
+  const int _status;
+  const bool _misbehaved;
+  const bool _refused;  ///< a wrong request is no violation
+  std::vector<std::string> _violations;
 };
 
 std::vector<std::string> Check::run() {
-  const Json* const item = FindPath(description_, exchange_["path"].get<std::string>());
+  const Json* const item = FindPath(_description, _exchange["path"].get<std::string>());
   const Json* const operation =
-      item == nullptr ? nullptr : FindOperation(*item, exchange_["method"].get<std::string>());
+      item == nullptr ? nullptr : FindOperation(*item, _exchange["method"].get<std::string>());
   if (item == nullptr)
     checkUndescribed(404, "the path is not described");
   else if (operation == nullptr)
     checkUndescribed(405, "the method is not described");
   else
     checkOperation(*operation);
-  return violations_;
+  return _violations;
 }
 
 void Check::report(const std::string& what) {
-  violations_.push_back(exchange_["method"].get<std::string>() + " " +
-                        exchange_["path"].get<std::string>() + " " + std::to_string(status_) +
+  _violations.push_back(_exchange["method"].get<std::string>() + " " +
+                        _exchange["path"].get<std::string>() + " " + std::to_string(_status) +
                         ": " + what);
 }
 
 void Check::checkUndescribed(int expectedStatus, const std::string& what) {
   // An administrator's interface does not tell strangers which paths it has.
-  if (!refused_ || (status_ != expectedStatus && status_ != 401 && status_ != 413))
+  if (!_refused || (_status != expectedStatus && _status != 401 && _status != 413))
     return report(what);
-  if (status_ == 405 && Header(exchange_["responseHeaders"], "allow").empty())
+  if (_status == 405 && Header(_exchange["responseHeaders"], "allow").empty())
     report("405 without an Allow header");
 }
 
 void Check::checkOperation(const Json& operation) {
   checkRequest(operation);
-  if (misbehaved_) return;
+  if (_misbehaved) return;
   checkResponse(operation);
   checkSecurity(operation);
 }
 
 void Check::checkRequest(const Json& operation) {
   const Json described = operation.value("requestBody", Json::object());
-  const auto wrong = CheckBody(described, exchange_["requestHeaders"], exchange_["requestBody"]);
-  if (wrong && !refused_) report("request: " + *wrong);
+  const auto wrong = CheckBody(described, _exchange["requestHeaders"], _exchange["requestBody"]);
+  if (wrong && !_refused) report("request: " + *wrong);
 }
 
 void Check::checkResponse(const Json& operation) {
-  const std::string status = std::to_string(status_);
+  const std::string status = std::to_string(_status);
   // Interfaces on ports of their own know nothing of each other's paths.
-  const bool otherPort = refused_ && status_ == 404;
+  const bool otherPort = _refused && _status == 404;
   if (!operation["responses"].contains(status))
     return otherPort ? void() : report("the status is not described");
   const Json& described = operation["responses"][status];
-  const auto wrong = CheckBody(described, exchange_["responseHeaders"], exchange_["responseBody"]);
+  const auto wrong = CheckBody(described, _exchange["responseHeaders"], _exchange["responseBody"]);
   if (wrong) report("response: " + *wrong);
   const Json headers = described.value("headers", Json::object());
   for (const auto& [name, header] : headers.items()) {
     std::string lower = name;
     for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    if (Header(exchange_["responseHeaders"], lower.c_str()).empty())
+    if (Header(_exchange["responseHeaders"], lower.c_str()).empty())
       report("response: header " + name + " is missing");
   }
 }
 
 void Check::checkSecurity(const Json& operation) {
-  const Json needed = operation.value("security", description_.value("security", Json::array()));
-  if (needed.empty() || status_ < 200 || status_ >= 300) return;
-  if (!Header(exchange_["requestHeaders"], "authorization").starts_with("Bearer "))
+  const Json needed = operation.value("security", _description.value("security", Json::array()));
+  if (needed.empty() || _status < 200 || _status >= 300) return;
+  if (!Header(_exchange["requestHeaders"], "authorization").starts_with("Bearer "))
     report("success without a bearer token");
 }
 

@@ -1,4 +1,4 @@
-#include "tests/client/TemporaryFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <system_error>
 
-TemporaryFolder::TemporaryFolder() : _path(testing::TempDir() + "clientXXXXXX") {
+TemporaryFolder::TemporaryFolder() : _path(testing::TempDir() + "kioskd-testXXXXXX") {
   EXPECT_NE(mkdtemp(_path.data()), nullptr);
 }
 
