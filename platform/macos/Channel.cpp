@@ -1,0 +1,141 @@
+// The command channel: XPC. Its objects are retained and released by hand here, and nowhere else.
+#include "platform/Channel.h"
+
+#include <xpc/xpc.h>
+
+#include "platform/macos/DispatchQueue.h"
+
+namespace platform {
+namespace {
+
+/// Owns one reference to an XPC object.
+class XpcRef {
+ public:
+  explicit XpcRef(xpc_object_t owned) : _object(owned) {}
+  ~XpcRef() { xpc_release(_object); }
+  XpcRef(const XpcRef&) = delete;
+  XpcRef& operator=(const XpcRef&) = delete;
+
+  xpc_object_t get() const { return _object; }
+
+ private:
+  const xpc_object_t _object;
+};
+
+/// Errors are constants, known by their addresses.
+bool isError(xpc_object_t event, const void* error) { return event == error; }
+
+ChannelError errorOf(xpc_object_t event) {
+  if (isError(event, XPC_ERROR_CONNECTION_INVALID)) return ChannelError::kConnectionInvalid;
+  if (isError(event, XPC_ERROR_CONNECTION_INTERRUPTED)) return ChannelError::kConnectionInterrupted;
+  if (isError(event, XPC_ERROR_PEER_CODE_SIGNING_REQUIREMENT)) {
+    return ChannelError::kPeerCodeSigningRequirement;
+  }
+  return ChannelError::kOther;
+}
+
+}  // namespace
+
+struct ChannelReply::Impl {
+  explicit Impl(xpc_object_t reply) : dictionary(reply) {}
+  const XpcRef dictionary;
+};
+
+void ChannelReply::setString(const std::string& key, const std::string& text) {
+  xpc_dictionary_set_string(_impl->dictionary.get(), key.c_str(), text.c_str());
+}
+
+struct ChannelMessage::Impl {
+  explicit Impl(xpc_object_t message) : dictionary(xpc_retain(message)) {}
+  const XpcRef dictionary;
+};
+
+std::optional<std::string> ChannelMessage::string(const std::string& key) const {
+  const char* text = xpc_dictionary_get_string(_impl->dictionary.get(), key.c_str());
+  return text != nullptr ? std::optional<std::string>(text) : std::nullopt;
+}
+
+std::optional<ChannelReply> ChannelMessage::createReply() const {
+  const xpc_object_t reply = xpc_dictionary_create_reply(_impl->dictionary.get());
+  if (reply == nullptr) return std::nullopt;
+  return ChannelReply(std::make_shared<ChannelReply::Impl>(reply));
+}
+
+struct ChannelPeer::Impl {
+  explicit Impl(xpc_connection_t peer)
+      : connection(static_cast<xpc_connection_t>(xpc_retain(peer))) {}
+  ~Impl() { xpc_release(connection); }
+  Impl(const Impl&) = delete;
+  Impl& operator=(const Impl&) = delete;
+
+  const xpc_connection_t connection;
+};
+
+pid_t ChannelPeer::pid() const { return xpc_connection_get_pid(_impl->connection); }
+
+std::uint32_t ChannelPeer::euid() const { return xpc_connection_get_euid(_impl->connection); }
+
+std::int32_t ChannelPeer::asid() const { return xpc_connection_get_asid(_impl->connection); }
+
+int ChannelPeer::setCodeSigningRequirement(const std::string& requirement) const {
+  return xpc_connection_set_peer_code_signing_requirement(_impl->connection, requirement.c_str());
+}
+
+void ChannelPeer::setEventHandler(std::function<void(const ChannelPeerEvent&)> handler) const {
+  // The connection owns the block, and the handler may well own the connection. So the block shares
+  // the handler, and gives it up after the last event, which every connection receives.
+  const auto shared =
+      std::make_shared<std::function<void(const ChannelPeerEvent&)>>(std::move(handler));
+  xpc_connection_set_event_handler(_impl->connection, ^(xpc_object_t event) {
+    if (!*shared) return;
+    if (xpc_get_type(event) == XPC_TYPE_DICTIONARY) {
+      (*shared)(ChannelMessage(std::make_shared<ChannelMessage::Impl>(event)));
+    } else if (xpc_get_type(event) == XPC_TYPE_ERROR) {
+      (*shared)(errorOf(event));
+      if (isError(event, XPC_ERROR_CONNECTION_INVALID)) *shared = nullptr;
+    }
+  });
+}
+
+void ChannelPeer::activate() const { xpc_connection_activate(_impl->connection); }
+
+void ChannelPeer::cancel() const { xpc_connection_cancel(_impl->connection); }
+
+void ChannelPeer::send(const ChannelReply& reply) const {
+  xpc_connection_send_message(_impl->connection, reply.impl()->dictionary.get());
+}
+
+struct ChannelListener::Impl {
+  Impl(const char* serviceName, const Queue& queue)
+      : connection(xpc_connection_create_mach_service(serviceName, queue.impl()->queue,
+                                                      XPC_CONNECTION_MACH_SERVICE_LISTENER)) {}
+  ~Impl() {
+    xpc_connection_cancel(connection);
+    xpc_release(connection);
+  }
+  Impl(const Impl&) = delete;
+  Impl& operator=(const Impl&) = delete;
+
+  const xpc_connection_t connection;
+};
+
+ChannelListener::ChannelListener(const std::string& serviceName, const Queue& queue)
+    : _impl(std::make_shared<Impl>(serviceName.c_str(), queue)) {}
+ChannelListener::~ChannelListener() = default;
+ChannelListener::ChannelListener(ChannelListener&&) noexcept = default;
+ChannelListener& ChannelListener::operator=(ChannelListener&&) noexcept = default;
+
+void ChannelListener::setEventHandler(std::function<void(const ChannelListenerEvent&)> handler) {
+  xpc_connection_set_event_handler(_impl->connection, ^(xpc_object_t event) {
+    if (xpc_get_type(event) == XPC_TYPE_CONNECTION) {
+      const auto peer = static_cast<xpc_connection_t>(event);
+      handler(ChannelPeer(std::make_shared<ChannelPeer::Impl>(peer)));
+    } else if (xpc_get_type(event) == XPC_TYPE_ERROR) {
+      handler(errorOf(event));
+    }
+  });
+}
+
+void ChannelListener::activate() { xpc_connection_activate(_impl->connection); }
+
+}  // namespace platform
