@@ -43,7 +43,7 @@ void SignalChildren(int proc) {
   if (!directory) return;
   while (const dirent* entry = readdir(directory)) {
     const pid_t pid = Number(entry->d_name);
-    if (pid > 0 && ParentOf(proc, entry->d_name) == getpid()) (void)kill(pid, SIGKILL);
+    if (pid > 1 && ParentOf(proc, entry->d_name) == getpid()) (void)kill(pid, SIGKILL);
   }
   closedir(directory);
 }

@@ -59,7 +59,7 @@ std::optional<pid_t> RunningLaunchd(const std::string& root) {
   const std::string text = mac.read(platform::kMacLaunchdPid).value_or("");
   pid_t pid = 0;
   (void)std::from_chars(text.data(), text.data() + text.size(), pid);
-  return pid > 0 ? std::optional(pid) : std::nullopt;
+  return pid > 1 ? std::optional(pid) : std::nullopt;
 }
 
 int RebootMac(const std::string& root) {

@@ -31,7 +31,7 @@ std::optional<pid_t> Launchd(const MacTree& mac) {
   const std::optional<std::string> text = mac.read(platform::kMacLaunchdPid);
   pid_t pid = 0;
   if (text) (void)std::from_chars(text->data(), text->data() + text->size(), pid);
-  return pid > 0 ? std::optional(pid) : std::nullopt;
+  return pid > 1 ? std::optional(pid) : std::nullopt;
 }
 
 int GoDown(const ToolCall& call, const std::string& request) {
