@@ -3,6 +3,7 @@
 # make test   builds everything and runs the tests
 # make check  formatting, house rules, static analysis, the tests under the sanitizers, coverage
 # make macos  the daemon for the Mac, cross-built into dist/
+# make native its side of the platform boundary, run here on doubles of the Mac's frameworks
 SHELL := /bin/bash
 .SHELLFLAGS := -euo pipefail -c
 JOBS ?= $(shell nproc)
@@ -11,7 +12,7 @@ TEST_JOBS ?= $(shell echo $$(( $(JOBS) * 3 )))
 BUILD := build/release
 CTEST := ctest --output-on-failure --no-tests=error --parallel $(TEST_JOBS)
 
-.PHONY: run up test macos check format format-check tidy cppcheck house asan tsan coverage build packages clean
+.PHONY: run up test macos native check format format-check tidy cppcheck house asan tsan coverage build packages clean
 
 run: build
 	scripts/as-root simulator/story/story --build $(BUILD)
@@ -80,6 +81,11 @@ macos: packages $(ZIG)
 	llvm-lipo-14 -create $(MACOS_ARCHITECTURES:%=build/macos-%/bin/kioskd) -output $(HELPER)
 	@cp packaging/com.brindlex.stream.kioskd.plist dist/LaunchDaemons/
 	tests/macos_binary/check $(HELPER)
+
+native: packages $(ZIG)
+	@cmake --preset native >/dev/null
+	@cmake --build build/native --parallel $(JOBS)
+	$(CTEST) --test-dir build/native
 
 # Not `npm ci`: the lock file lacks a package that is not for Linux and that the registry does not have.
 $(ZIG): packaging/zig/package.json packaging/zig/package-lock.json

@@ -3,6 +3,8 @@
 
 #include <xpc/xpc.h>
 
+#include <atomic>
+
 #include "platform/macos/DispatchQueue.h"
 
 namespace platform {
@@ -61,6 +63,8 @@ std::optional<ChannelReply> ChannelMessage::createReply() const {
   return ChannelReply(std::make_shared<ChannelReply::Impl>(reply));
 }
 
+using PeerHandler = std::function<void(const ChannelPeerEvent&)>;
+
 struct ChannelPeer::Impl {
   explicit Impl(xpc_connection_t peer)
       : connection(static_cast<xpc_connection_t>(xpc_retain(peer))) {}
@@ -69,6 +73,8 @@ struct ChannelPeer::Impl {
   Impl& operator=(const Impl&) = delete;
 
   const xpc_connection_t connection;
+  std::shared_ptr<PeerHandler> handler;  ///< shared with the connection's block
+  std::atomic<bool> isActive = false;
 };
 
 pid_t ChannelPeer::pid() const { return xpc_connection_get_pid(_impl->connection); }
@@ -84,8 +90,8 @@ int ChannelPeer::setCodeSigningRequirement(const std::string& requirement) const
 void ChannelPeer::setEventHandler(std::function<void(const ChannelPeerEvent&)> handler) const {
   // The connection owns the block, and the handler may well own the connection. So the block shares
   // the handler, and gives it up after the last event, which every connection receives.
-  const auto shared =
-      std::make_shared<std::function<void(const ChannelPeerEvent&)>>(std::move(handler));
+  const auto shared = std::make_shared<PeerHandler>(std::move(handler));
+  _impl->handler = shared;
   xpc_connection_set_event_handler(_impl->connection, ^(xpc_object_t event) {
     if (!*shared) return;
     if (xpc_get_type(event) == XPC_TYPE_DICTIONARY) {
@@ -97,9 +103,16 @@ void ChannelPeer::setEventHandler(std::function<void(const ChannelPeerEvent&)> h
   });
 }
 
-void ChannelPeer::activate() const { xpc_connection_activate(_impl->connection); }
+void ChannelPeer::activate() const {
+  _impl->isActive = true;
+  xpc_connection_activate(_impl->connection);
+}
 
-void ChannelPeer::cancel() const { xpc_connection_cancel(_impl->connection); }
+void ChannelPeer::cancel() const {
+  xpc_connection_cancel(_impl->connection);
+  // A connection that never was active has no last event.
+  if (!_impl->isActive && _impl->handler) *_impl->handler = nullptr;
+}
 
 void ChannelPeer::send(const ChannelReply& reply) const {
   xpc_connection_send_message(_impl->connection, reply.impl()->dictionary.get());

@@ -5,7 +5,6 @@
 #include <dispatch/dispatch.h>
 
 #include <algorithm>
-#include <limits>
 
 #include "platform/macos/DispatchQueue.h"
 
@@ -25,8 +24,10 @@ void run(void* context) { (*static_cast<Work*>(context))(); }
 
 void drop(void* context) { delete static_cast<Work*>(context); }
 
+/// A hundred years: a later time is no time to libdispatch, which would lose the work.
+constexpr std::uint64_t kLongest = 100ULL * 365 * 24 * 3600 * 1'000'000'000;
+
 dispatch_time_t inNanoseconds(std::uint64_t delayNs) {
-  constexpr std::uint64_t kLongest = std::numeric_limits<std::int64_t>::max();
   return dispatch_time(DISPATCH_TIME_NOW, static_cast<std::int64_t>(std::min(delayNs, kLongest)));
 }
 

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "portal/KioskHttp.h"
-#include "tests/contract/TestServer.h"
+#include "tests/platform/TestServer.h"
 #include "tests/daemon/DaemonTest.h"
 
 namespace {

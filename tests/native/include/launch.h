@@ -1,0 +1,2 @@
+// Included by xpc/xpc.h, which uses nothing of it.
+#pragma once

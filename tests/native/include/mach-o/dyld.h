@@ -1,0 +1,10 @@
+// Source: dyld(3).
+#pragma once
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C"
+#endif
+    int
+    _NSGetExecutablePath(char* buffer, uint32_t* size);

@@ -1,0 +1,4 @@
+// Source: the Mac's mach/port.h.
+#pragma once
+
+typedef unsigned int mach_port_t;

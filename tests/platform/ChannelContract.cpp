@@ -1,0 +1,232 @@
+#include <unistd.h>
+
+#include "platform/Channel.h"
+#include "tests/platform/ChannelClient.h"
+#include "tests/platform/ChannelService.h"
+#include "tests/platform/World.h"
+
+namespace platform {
+namespace {
+
+using contract::ChannelClient;
+using contract::ChannelService;
+using contract::Eventually;
+
+using Texts = std::vector<std::string>;
+
+constexpr char kIdentifier[] = "com.brindlex.stream";
+constexpr char kRequirement[] = "identifier \"com.brindlex.stream\"";
+
+class Channel : public contract::ChangingWorld {
+ protected:
+  void SetUp() override {
+    ChangingWorld::SetUp();
+    if (IsSkipped()) return;
+    registerService();
+    signClient(kIdentifier);
+  }
+  void TearDown() override { _service->end(); }
+
+  const std::shared_ptr<ChannelService> _service = std::make_shared<ChannelService>();
+};
+
+TEST_F(Channel, AnswersARequest) {
+  _service->listen();
+  ChannelClient client;
+  EXPECT_EQ(client.request("hello").get(), "hello");
+}
+
+TEST_F(Channel, KnowsItsPeer) {
+  _service->listen();
+  ChannelClient client;
+  EXPECT_EQ(client.request("hello").get(), "hello");
+  const ChannelPeer peer = _service->peer(0);
+  EXPECT_EQ(peer.pid(), getpid());
+  EXPECT_EQ(peer.euid(), geteuid());
+  EXPECT_EQ(peer.asid(), getsid(0));
+}
+
+TEST_F(Channel, DeliversMessagesInOrder) {
+  _service->listen();
+  ChannelClient client;
+  Texts sent;
+  for (int i = 0; i < 200; ++i) {
+    sent.push_back(std::to_string(i));
+    client.send(sent.back());
+  }
+  sent.push_back("last");
+  EXPECT_EQ(client.request("last").get(), "last");
+  EXPECT_EQ(_service->texts(), sent);
+}
+
+TEST_F(Channel, GivesNoReplyToAMessageThatExpectsNone) {
+  _service->holds = true;
+  _service->listen();
+  ChannelClient client;
+  client.send("a");
+  auto reply = client.request("b");
+  ASSERT_TRUE(Eventually([&] { return _service->texts().size() == 2; }));
+  const std::lock_guard lock(_service->mutex);
+  EXPECT_FALSE(_service->held[0].createReply());
+  EXPECT_TRUE(_service->held[1].createReply());
+  EXPECT_FALSE(_service->held[1].createReply());
+}
+
+TEST_F(Channel, TakesEmptyTexts) {
+  _service->listen();
+  ChannelClient client;
+  EXPECT_EQ(client.request("").get(), "");
+  EXPECT_EQ(_service->texts(), Texts{""});
+}
+
+TEST_F(Channel, TakesLongTexts) {
+  _service->listen();
+  ChannelClient client;
+  const std::string text(200'000, 'x');
+  EXPECT_EQ(client.request(text).get(), text);
+}
+
+TEST_F(Channel, CutsRepliesAtTheirFirstZeroByte) {
+  _service->holds = true;
+  _service->listen();
+  ChannelClient client;
+  auto reply = client.request("a");
+  ASSERT_TRUE(Eventually([&] { return _service->texts().size() == 1; }));
+  {
+    const std::lock_guard lock(_service->mutex);
+    std::optional<ChannelReply> made = _service->held[0].createReply();
+    ASSERT_TRUE(made);
+    made->setString("text", "replaced");
+    made->setString("text", std::string("short\0long", 10));
+    _service->peer(0).send(*made);
+  }
+  EXPECT_EQ(reply.get(), "short");
+}
+
+TEST_F(Channel, DeliversNothingBeforeActivation) {
+  _service->activates = false;
+  _service->listen();
+  ChannelClient client;
+  auto reply = client.request("early");
+  const ChannelPeer peer = _service->peer(0);
+  _service->listenerQueue.sync([] {});
+  EXPECT_TRUE(_service->texts().empty());
+  _service->activate(peer);
+  EXPECT_EQ(reply.get(), "early");
+}
+
+TEST_F(Channel, ServesOthersWhileOnePeerKeepsItsHandlerBusy) {
+  _service->listen();
+  ChannelClient busy;
+  EXPECT_EQ(busy.request("first").get(), "first");
+  std::promise<void> release;
+  std::promise<void> entered;
+  const ChannelPeer peer = _service->peer(0);
+  peer.setEventHandler([&, peer](const ChannelPeerEvent& event) {
+    if (const auto* message = std::get_if<ChannelMessage>(&event)) {
+      entered.set_value();
+      release.get_future().wait();
+      ChannelService::answer(peer, *message);
+    } else {
+      ++_service->ended;
+    }
+  });
+  auto late = busy.request("second");
+  entered.get_future().wait();
+  ChannelClient other;
+  EXPECT_EQ(other.request("third").get(), "third");
+  release.set_value();
+  EXPECT_EQ(late.get(), "second");
+}
+
+TEST_F(Channel, DeliversFromAPeerThatSatisfiesTheRequirement) {
+  _service->requirement = kRequirement;
+  _service->listen();
+  ChannelClient client;
+  EXPECT_EQ(client.request("trusted").get(), "trusted");
+  EXPECT_EQ(_service->requirementError, 0);
+}
+
+TEST_F(Channel, DeliversNothingFromAPeerThatFailsTheRequirement) {
+  signClient("com.other");
+  _service->requirement = kRequirement;
+  _service->listen();
+  ChannelClient client;
+  client.send("a");
+  auto reply = client.request("b");
+  ASSERT_TRUE(Eventually([&] { return !_service->errors().empty(); }));
+  EXPECT_EQ(_service->errors().front(), ChannelError::kPeerCodeSigningRequirement);
+  _service->peer(0).cancel();
+  EXPECT_TRUE(client.isEnded());
+  EXPECT_TRUE(_service->texts().empty());
+  EXPECT_EQ(_service->requirementError, 0);
+}
+
+TEST_F(Channel, ReportsAMalformedRequirement) {
+  _service->requirement = "anchor apple (";
+  _service->activates = false;
+  _service->listen();
+  ChannelClient client;
+  (void)_service->peer(0);
+  EXPECT_NE(_service->requirementError, 0);
+}
+
+TEST_F(Channel, ReportsAPeerThatLeavesOnceAndLetsGoOfTheHandler) {
+  _service->activates = false;
+  _service->listen();
+  const auto held = std::make_shared<int>(0);
+  {
+    ChannelClient client;
+    const ChannelPeer peer = _service->peer(0);
+    _service->setHandler(peer, held);
+    _service->activate(peer);
+  }
+  EXPECT_TRUE(Eventually([&] { return held.use_count() == 1; }));
+  EXPECT_EQ(_service->errors(), std::vector<ChannelError>{ChannelError::kConnectionInvalid});
+}
+
+TEST_F(Channel, EndsAConnectionThatIsCancelled) {
+  _service->listen();
+  ChannelClient client;
+  EXPECT_EQ(client.request("a").get(), "a");
+  _service->peer(0).cancel();
+  _service->peer(0).cancel();
+  EXPECT_TRUE(client.isEnded());
+  EXPECT_TRUE(Eventually([&] { return _service->ended == 1; }));
+  EXPECT_EQ(_service->errors().size(), 1u);
+}
+
+TEST_F(Channel, EndsARefusedConnectionThatWasNeverActivated) {
+  _service->activates = false;
+  _service->listen();
+  ChannelClient client;
+  _service->peer(0).cancel();
+  EXPECT_TRUE(client.isEnded());
+}
+
+TEST_F(Channel, TakesRepliesToAPeerThatHasLeft) {
+  _service->holds = true;
+  _service->listen();
+  {
+    ChannelClient client;
+    auto reply = client.request("a");
+    ASSERT_TRUE(Eventually([&] { return _service->texts().size() == 1; }));
+  }
+  EXPECT_TRUE(Eventually([&] { return _service->ended == 1; }));
+  const std::lock_guard lock(_service->mutex);
+  ChannelService::answer(_service->peer(0), _service->held[0]);
+}
+
+TEST_F(Channel, ReportsAServiceThatIsNotRegistered) {
+  std::promise<bool> isInvalid;
+  ChannelListener listener("com.brindlex.stream.unknown", _service->listenerQueue);
+  listener.setEventHandler([&](const ChannelListenerEvent& event) {
+    const auto* error = std::get_if<ChannelError>(&event);
+    isInvalid.set_value(error != nullptr && *error == ChannelError::kConnectionInvalid);
+  });
+  listener.activate();
+  EXPECT_TRUE(isInvalid.get_future().get());
+}
+
+}  // namespace
+}  // namespace platform

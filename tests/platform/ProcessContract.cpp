@@ -1,0 +1,69 @@
+// Process.h, Storage.h and Crypto.h.
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <set>
+
+#include "platform/Crypto.h"
+#include "platform/Process.h"
+#include "platform/Storage.h"
+#include "tests/platform/World.h"
+
+namespace platform {
+namespace {
+
+TEST(Process, LetsAChildInheritTheStandardStreamsOnly) {
+  const int leaky = open("/dev/null", O_RDONLY);  // not close-on-exec, by intent
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  posix_spawnattr_t attributes;
+  posix_spawn_file_actions_t actions;
+  posix_spawnattr_init(&attributes);
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+  ASSERT_EQ(ProcessInheritStandardStreamsOnly(&attributes, &actions), 0);
+  std::string script = "for d in 0 1 2 3 4 5 6 7 8 9; do (: <&$d) 2>/dev/null && echo -n $d; done";
+  char shell[] = "sh";
+  char option[] = "-c";
+  char* arguments[] = {shell, option, script.data(), nullptr};
+  pid_t child = -1;
+  ASSERT_EQ(posix_spawn(&child, "/bin/sh", &actions, &attributes, arguments, environ), 0);
+  close(ends[1]);
+  std::string output;
+  for (char c = 0; read(ends[0], &c, 1) == 1;) output += c;
+  EXPECT_EQ(output, "012");
+  EXPECT_EQ(waitpid(child, nullptr, 0), child);
+  close(ends[0]);
+  close(leaky);
+  posix_spawn_file_actions_destroy(&actions);
+  posix_spawnattr_destroy(&attributes);
+}
+
+class Storage : public contract::World {};
+
+TEST_F(Storage, FlushesFilesAndFolders) {
+  const int file = open((folder() + "/file").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+  const int directory = open(folder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  EXPECT_EQ(StorageFlush(file), 0);
+  EXPECT_EQ(StorageFlush(directory), 0);
+  close(file);
+  close(directory);
+  EXPECT_EQ(StorageFlush(-1), -1);
+  EXPECT_EQ(errno, EBADF);
+}
+
+TEST(Crypto, GivesDifferentBytesEachTime) {
+  std::set<std::string> seen;
+  for (int i = 0; i < 100; ++i) {
+    std::string bytes(16, '\0');
+    ASSERT_TRUE(CryptoRandomBytes(bytes.data(), bytes.size()));
+    seen.insert(bytes);
+  }
+  EXPECT_EQ(seen.size(), 100u);
+  EXPECT_TRUE(CryptoRandomBytes(nullptr, 0));
+}
+
+}  // namespace
+}  // namespace platform
