@@ -3,8 +3,8 @@
 #include <string>
 
 #include "portal/KioskHttp.h"
-#include "tests/platform/TestServer.h"
 #include "tests/daemon/DaemonTest.h"
+#include "tests/platform/TestServer.h"
 
 namespace {
 
