@@ -15,7 +15,8 @@ struct CivilTime {
 };
 
 /// The civil time of an instant (seconds since 1970, rounded down) in the system's present time
-/// zone, which is read anew at every call so that a change of zone counts at once. Any thread.
+/// zone, which is read anew at every call so that a change of zone counts at once. Some valid time
+/// for an instant that no calendar has. Any thread.
 CivilTime CalendarCivilTime(double secondsSince1970);
 
 }  // namespace platform

@@ -40,7 +40,8 @@ class ChannelReply {
 /// A received dictionary. Copies name the same message. Any thread.
 class ChannelMessage {
  public:
-  /// The string under `key`, or nothing. Native: xpc_dictionary_get_string.
+  /// The string under `key`, or nothing, also for one that is longer than the platform's limit.
+  /// Native: xpc_dictionary_get_string.
   std::optional<std::string> string(const std::string& key) const;
 
   /// The reply to this message, or nothing when the sender expects none or one was already made.
@@ -66,16 +67,17 @@ class ChannelPeer {
   std::int32_t asid() const;   ///< Audit session. Native: xpc_connection_get_asid.
 
   /// Demands that the peer satisfies a code-signing requirement; no message of a peer that does not
-  /// is ever delivered. To be called before activate(), at most once. Returns 0, or an error number
-  /// for a requirement that cannot be applied.
-  /// Native: xpc_connection_set_peer_code_signing_requirement.
+  /// is ever delivered. To be called before activate() (that a Mac insists on it is not
+  /// documented), at most once. Returns 0, or an error number for a requirement that cannot be
+  /// applied. Native: xpc_connection_set_peer_code_signing_requirement.
   [[nodiscard]] int setCodeSigningRequirement(const std::string& requirement) const;
 
   void setEventHandler(std::function<void(const ChannelPeerEvent&)> handler) const;
   void activate() const;  ///< Starts delivery. Native: xpc_connection_activate.
   void cancel() const;    ///< Ends the connection. Native: xpc_connection_cancel.
 
-  /// Sends a reply; never blocks. Native: xpc_connection_send_message.
+  /// Sends a reply to a message of this connection, once; never blocks.
+  /// Native: xpc_connection_send_message.
   void send(const ChannelReply& reply) const;
 
   struct Impl;
@@ -89,7 +91,8 @@ class ChannelPeer {
 using ChannelListenerEvent = std::variant<ChannelPeer, ChannelError>;
 
 /// The server's end of a named service. A name that the service manager did not register for this
-/// process is reported after activate() as kConnectionInvalid. Move-only.
+/// process is reported after activate() as kConnectionInvalid. Move-only; once it is destroyed its
+/// handler is not called any more, except by a call that is under way.
 /// Native: xpc_connection_create_mach_service with XPC_CONNECTION_MACH_SERVICE_LISTENER.
 class ChannelListener {
  public:

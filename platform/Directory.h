@@ -11,7 +11,8 @@
 namespace platform {
 
 /// The UUID of a user id in the standard 8-4-4-4-12 form with upper-case letters, or nothing when
-/// it cannot be had. Any thread. Native: mbr_uid_to_uuid, uuid_unparse_upper.
+/// it cannot be had. A Mac makes one up for a user id that nobody has. Any thread.
+/// Native: mbr_uid_to_uuid, uuid_unparse_upper.
 std::optional<std::string> DirectoryUserUuid(uid_t uid);
 
 /// One user's record in a node. Move-only. Native: ODRecordRef.

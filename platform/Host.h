@@ -16,7 +16,8 @@ std::optional<std::string> HostExecutablePath(std::size_t bufferSize);
 /// Native: SCDynamicStoreCopyComputerName.
 std::optional<std::string> HostComputerName();
 
-/// The operating system's version as shown to people, "Version 13.6 (Build 22G120)". Any thread.
+/// The operating system's version as shown to people, "Version 13.6 (Build 22G120)", on a Mac in
+/// its language. Any thread.
 /// Native: NSProcessInfo operatingSystemVersionString.
 std::string HostOperatingSystemVersionString();
 

@@ -18,8 +18,8 @@ class SystemLog {
   /// Whether messages of `level` are kept at present. Any thread. Native: os_log_type_enabled.
   bool enabled(LogLevel level) const;
 
-  /// Writes `message` whole and unredacted. Any thread. Native: the log call with the fixed format
-  /// "%{public}s".
+  /// Writes `message`, up to its first zero byte, unredacted. Any thread. Native: the log call with
+  /// the fixed format "%{public}s", which may cut a message after about a thousand bytes.
   void write(LogLevel level, const std::string& message) const;
 
  private:

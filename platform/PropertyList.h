@@ -13,7 +13,8 @@ enum class PropertyListFormat { kXml, kBinary };
 
 /// Parses an XML or binary property list: dictionaries, arrays, strings, integers, reals and
 /// booleans become their JSON counterparts, data a JSON binary value, a date its seconds since 1970
-/// as a real. Nothing when the bytes are not a property list. Any thread.
+/// as a real. An integer above 63 bits comes as some other number. Nothing when the bytes are not a
+/// property list. Any thread.
 std::optional<Json> PropertyListParse(const std::string& bytes);
 
 /// Writes a value made of objects, arrays, strings, numbers, booleans and binary values. Nothing

@@ -11,7 +11,8 @@ namespace platform {
 std::u16string TextToUtf16(std::string_view utf8);
 std::string TextFromUtf16(std::u16string_view utf16);
 
-/// Full Unicode upper case, independent of locale; may lengthen the text. Any thread.
+/// Full Unicode upper case, independent of locale; may lengthen the text. The text as it was when
+/// the platform has no memory for it. Any thread.
 /// Native: CFStringUppercase with no locale.
 std::string TextUpperCase(std::string_view utf8);
 

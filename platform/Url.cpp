@@ -90,6 +90,17 @@ std::string_view cutAfter(std::string_view& text, char mark) {
   return tail;
 }
 
+/// What a method and a header's name are made of (RFC 9110, section 5.6.2).
+bool isToken(std::string_view text) {
+  constexpr std::string_view kAllowed =
+      "!#$%&'*+-.^_`|~0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
+  return !text.empty() && text.find_first_not_of(kAllowed) == std::string_view::npos;
+}
+
+bool isHeaderValue(std::string_view text) {
+  return text.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
+}
+
 }  // namespace
 
 bool UrlIsValid(const std::string& text) {
@@ -104,6 +115,16 @@ bool UrlIsValid(const std::string& text) {
     rest.remove_prefix(colon + 1);
   }
   return !text.empty() && isHierarchicalPart(rest);
+}
+
+const char* UrlRequestFlaw(const UrlRequest& request) {
+  constexpr const char* kNotAllowed = "The request has a character that HTTP does not allow.";
+  if (!UrlIsValid(request.url)) return "The URL is not valid.";
+  if (!isToken(request.method)) return kNotAllowed;
+  for (const auto& [name, value] : request.headers) {
+    if (!isToken(name) || !isHeaderValue(value)) return kNotAllowed;
+  }
+  return nullptr;
 }
 
 }  // namespace platform

@@ -31,12 +31,15 @@ struct UrlRequest {
 /// How an exchange ended.
 struct UrlResult {
   std::optional<std::string> error;        ///< the failure in the system's words; nothing if none
-  std::optional<std::int64_t> httpStatus;  ///< the status, when an HTTP response arrived
+  std::optional<std::int64_t> httpStatus;  ///< the status, when an HTTP response began to arrive
   std::string data;                        ///< the decoded body
 };
 
 /// A session: keeps connections alive between exchanges, follows redirects, decodes compressed
-/// bodies, honours the system's proxies, verifies certificates and speaks http and https only.
+/// bodies, honours the system's proxies, verifies certificates and speaks http and https only; a
+/// redirect to anything else is an error. (Whether a Mac lets a program without an Info.plist speak
+/// plain http is not documented: App Transport Security.) Destroying it cancels what is under way;
+/// those completions may come before its destructor has returned or after.
 class UrlSession {
  public:
   explicit UrlSession(const UrlSessionConfiguration& configuration);
@@ -53,7 +56,8 @@ class UrlSession {
   std::shared_ptr<Impl> _impl;
 };
 
-/// Whether `text` is a URL by RFC 3986 (of any scheme). Any thread. Native: NSURLComponents.
+/// Whether `text` is a URL by RFC 3986 (of any scheme, or relative). Any thread. No native call:
+/// what NSURLComponents takes depends on the version of macOS.
 bool UrlIsValid(const std::string& text);
 
 }  // namespace platform

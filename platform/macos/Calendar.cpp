@@ -4,6 +4,12 @@
 #include "platform/macos/CfRef.h"
 
 namespace platform {
+namespace {
+
+/// What an instant that the calendar does not know is taken for: a Thursday.
+constexpr CivilTime kEpoch = {1970, 1, 1, 0, 0, 0, 5};
+
+}  // namespace
 
 CivilTime CalendarCivilTime(double secondsSince1970) {
   // The process keeps the zone that it read first until it is told to forget it.
@@ -11,12 +17,13 @@ CivilTime CalendarCivilTime(double secondsSince1970) {
   const CfRef<CFTimeZoneRef> zone(CFTimeZoneCopySystem());
   const CfRef<CFCalendarRef> calendar(
       CFCalendarCreateWithIdentifier(nullptr, kCFGregorianCalendar));
+  if (!zone || !calendar) return kEpoch;
   CFCalendarSetTimeZone(calendar.get(), zone.get());
-  CivilTime time = {};
-  CFCalendarDecomposeAbsoluteTime(
+  CivilTime time = kEpoch;
+  const bool isKnown = CFCalendarDecomposeAbsoluteTime(
       calendar.get(), secondsSince1970 - kCFAbsoluteTimeIntervalSince1970, "yMdHmsE", &time.year,
       &time.month, &time.day, &time.hour, &time.minute, &time.second, &time.weekday);
-  return time;
+  return isKnown ? time : kEpoch;
 }
 
 }  // namespace platform

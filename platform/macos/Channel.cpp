@@ -4,8 +4,11 @@
 #include <xpc/xpc.h>
 
 #include <atomic>
+#include <cstring>
+#include <mutex>
 
 #include "platform/macos/DispatchQueue.h"
+#include "platform/macos/Limits.h"
 
 namespace platform {
 namespace {
@@ -36,6 +39,30 @@ ChannelError errorOf(xpc_object_t event) {
   return ChannelError::kOther;
 }
 
+/// Counts a connection's messages that somebody still holds, and suspends it while they are many.
+/// Suspensions count, so each has its resumption, also of a connection that has ended. Does not own
+/// the connection, whose block owns it; a message does.
+class Backlog {
+ public:
+  explicit Backlog(xpc_connection_t connection) : connection(connection) {}
+
+  void add() {
+    const std::lock_guard lock(_mutex);
+    if (++_messages == kMaximumPendingMessages) xpc_connection_suspend(connection);
+  }
+
+  void remove() {
+    const std::lock_guard lock(_mutex);
+    if (_messages-- == kMaximumPendingMessages) xpc_connection_resume(connection);
+  }
+
+  const xpc_connection_t connection;
+
+ private:
+  std::mutex _mutex;
+  std::size_t _messages = 0;
+};
+
 }  // namespace
 
 struct ChannelReply::Impl {
@@ -48,13 +75,26 @@ void ChannelReply::setString(const std::string& key, const std::string& text) {
 }
 
 struct ChannelMessage::Impl {
-  explicit Impl(xpc_object_t message) : dictionary(xpc_retain(message)) {}
+  Impl(xpc_object_t message, std::shared_ptr<Backlog> counted)
+      : connection(xpc_retain(counted->connection)),
+        dictionary(xpc_retain(message)),
+        backlog(std::move(counted)) {
+    backlog->add();
+  }
+  ~Impl() { backlog->remove(); }
+  Impl(const Impl&) = delete;
+  Impl& operator=(const Impl&) = delete;
+
+  const XpcRef connection;
   const XpcRef dictionary;
+  const std::shared_ptr<Backlog> backlog;
 };
 
 std::optional<std::string> ChannelMessage::string(const std::string& key) const {
   const char* text = xpc_dictionary_get_string(_impl->dictionary.get(), key.c_str());
-  return text != nullptr ? std::optional<std::string>(text) : std::nullopt;
+  if (text == nullptr) return std::nullopt;
+  const std::size_t length = strnlen(text, kMaximumTextBytes + 1);
+  return length <= kMaximumTextBytes ? std::optional<std::string>({text, length}) : std::nullopt;
 }
 
 std::optional<ChannelReply> ChannelMessage::createReply() const {
@@ -91,11 +131,12 @@ void ChannelPeer::setEventHandler(std::function<void(const ChannelPeerEvent&)> h
   // The connection owns the block, and the handler may well own the connection. So the block shares
   // the handler, and gives it up after the last event, which every connection receives.
   const auto shared = std::make_shared<PeerHandler>(std::move(handler));
+  const auto backlog = std::make_shared<Backlog>(_impl->connection);
   _impl->handler = shared;
   xpc_connection_set_event_handler(_impl->connection, ^(xpc_object_t event) {
     if (!*shared) return;
     if (xpc_get_type(event) == XPC_TYPE_DICTIONARY) {
-      (*shared)(ChannelMessage(std::make_shared<ChannelMessage::Impl>(event)));
+      (*shared)(ChannelMessage(std::make_shared<ChannelMessage::Impl>(event, backlog)));
     } else if (xpc_get_type(event) == XPC_TYPE_ERROR) {
       (*shared)(errorOf(event));
       if (isError(event, XPC_ERROR_CONNECTION_INVALID)) *shared = nullptr;
@@ -118,18 +159,36 @@ void ChannelPeer::send(const ChannelReply& reply) const {
   xpc_connection_send_message(_impl->connection, reply.impl()->dictionary.get());
 }
 
+using ListenerHandler = std::function<void(const ChannelListenerEvent&)>;
+
 struct ChannelListener::Impl {
   Impl(const char* serviceName, const Queue& queue)
-      : connection(xpc_connection_create_mach_service(serviceName, queue.impl()->queue,
+      : queue(queue),
+        connection(xpc_connection_create_mach_service(serviceName, queue.impl()->queue,
                                                       XPC_CONNECTION_MACH_SERVICE_LISTENER)) {}
   ~Impl() {
+    // The end is an event too, which is none for a handler whose listener has gone.
+    if (handler) queue.async([silenced = handler] { *silenced = nullptr; });
+    if (!isActive) begin();  // only a connection that was activated may be released (connection.h)
     xpc_connection_cancel(connection);
     xpc_release(connection);
   }
   Impl(const Impl&) = delete;
   Impl& operator=(const Impl&) = delete;
 
+  void begin() {
+    if (!handler) {
+      xpc_connection_set_event_handler(connection, ^(xpc_object_t){
+                                       });
+    }
+    isActive = true;
+    xpc_connection_activate(connection);
+  }
+
+  const Queue queue;
   const xpc_connection_t connection;
+  std::shared_ptr<ListenerHandler> handler;  ///< shared with the connection's block
+  bool isActive = false;
 };
 
 ChannelListener::ChannelListener(const std::string& serviceName, const Queue& queue)
@@ -139,16 +198,19 @@ ChannelListener::ChannelListener(ChannelListener&&) noexcept = default;
 ChannelListener& ChannelListener::operator=(ChannelListener&&) noexcept = default;
 
 void ChannelListener::setEventHandler(std::function<void(const ChannelListenerEvent&)> handler) {
+  const auto shared = std::make_shared<ListenerHandler>(std::move(handler));
+  _impl->handler = shared;
   xpc_connection_set_event_handler(_impl->connection, ^(xpc_object_t event) {
+    if (!*shared) return;
     if (xpc_get_type(event) == XPC_TYPE_CONNECTION) {
       const auto peer = static_cast<xpc_connection_t>(event);
-      handler(ChannelPeer(std::make_shared<ChannelPeer::Impl>(peer)));
+      (*shared)(ChannelPeer(std::make_shared<ChannelPeer::Impl>(peer)));
     } else if (xpc_get_type(event) == XPC_TYPE_ERROR) {
-      handler(errorOf(event));
+      (*shared)(errorOf(event));
     }
   });
 }
 
-void ChannelListener::activate() { xpc_connection_activate(_impl->connection); }
+void ChannelListener::activate() { _impl->begin(); }
 
 }  // namespace platform

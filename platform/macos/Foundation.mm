@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include "platform/Host.h"
+#include "platform/UrlRequestFlaw.h"
 #include "platform/UrlSession.h"
 
 namespace {
@@ -51,8 +52,10 @@ bool SameOrigin(NSURL* one, NSURL* other) {
 
 /// The request in the system's form, or nil with `flaw` set.
 NSURLRequest* NativeRequest(const platform::UrlRequest& request, const char*& flaw) {
+  flaw = platform::UrlRequestFlaw(request);
+  if (flaw != nullptr) return nil;
   NSString* text = String(request.url);
-  NSURL* url = text != nil && platform::UrlIsValid(request.url) ? [NSURL URLWithString:text] : nil;
+  NSURL* url = text != nil ? [NSURL URLWithString:text] : nil;
   if (url == nil || !SpeaksHttp(url)) {
     flaw = kBadUrl;
     return nil;
@@ -137,6 +140,10 @@ NSURLSessionConfiguration* NativeConfiguration(const platform::UrlSessionConfigu
              completionHandler:(void (^)(NSURLRequest*))completionHandler {
   NSURL* target = request.URL;
   if (target == nil || !SpeaksHttp(target)) {
+    // Without this the redirect itself would be the answer.
+    const std::lock_guard guard(_lock);
+    _exchanges[task.taskIdentifier].result.error = kBadUrl;
+    [task cancel];
     completionHandler(nil);
     return;
   }
@@ -164,7 +171,7 @@ NSURLSessionConfiguration* NativeConfiguration(const platform::UrlSessionConfigu
   if ([response isKindOfClass:[NSHTTPURLResponse class]]) {
     result.httpStatus = static_cast<NSHTTPURLResponse*>(response).statusCode;
   }
-  if (result.error) result = {std::move(result.error), std::nullopt, {}};
+  if (result.error) result.data.clear();
   exchange.completion(result);
 }
 
@@ -193,21 +200,27 @@ UrlSession::UrlSession(const UrlSessionConfiguration& configuration)
 UrlSession::~UrlSession() = default;
 
 void UrlSession::start(UrlRequest request, std::function<void(const UrlResult&)> completion) {
-  const char* flaw = nullptr;
-  NSURLRequest* native = NativeRequest(request, flaw);
-  if (native == nil) {
-    const UrlResult refused = {flaw, std::nullopt, {}};
-    [_impl->session.delegateQueue addOperationWithBlock:^{
-      completion(refused);
-    }];
-    return;
+  // What the frameworks release later, the token among it, goes with the pool.
+  @autoreleasepool {
+    const char* flaw = nullptr;
+    NSURLRequest* native = NativeRequest(request, flaw);
+    if (native == nil) {
+      const UrlResult refused = {flaw, std::nullopt, {}};
+      [_impl->session.delegateQueue addOperationWithBlock:^{
+        completion(refused);
+      }];
+      return;
+    }
+    [_impl->delegate begin:[_impl->session dataTaskWithRequest:native]
+                completion:std::move(completion)];
   }
-  [_impl->delegate begin:[_impl->session dataTaskWithRequest:native]
-              completion:std::move(completion)];
 }
 
+// The English shape, "Version 13.6 (Build 22G120)", is what is seen; it is not documented.
 std::string HostOperatingSystemVersionString() {
-  return Text(NSProcessInfo.processInfo.operatingSystemVersionString);
+  @autoreleasepool {
+    return Text(NSProcessInfo.processInfo.operatingSystemVersionString);
+  }
 }
 
 }  // namespace platform

@@ -1,5 +1,5 @@
 // The unified log. A message is an argument, never the format: only formats that are constants of
-// the program are kept in archived logs. The log cuts a message after about a thousand bytes.
+// the program are kept in archived logs.
 #include "platform/Log.h"
 
 #include <os/log.h>

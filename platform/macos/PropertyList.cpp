@@ -12,6 +12,8 @@ namespace {
 /// Deepest nesting that is read or written.
 constexpr int kMaximumDepth = 512;
 
+constexpr char kNotWritten[] = "The property list could not be written.";
+
 using Object = CfRef<CFTypeRef>;
 
 std::optional<Json> toJson(CFTypeRef object, int depth);
@@ -107,6 +109,7 @@ Object fromBinary(const Json::binary_t& bytes) {
 
 Object fromArray(const Json& items, int depth, std::string& error) {
   CfRef<CFMutableArrayRef> array(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
+  if (!array) return Object();
   for (const Json& item : items) {
     const Object value = fromJson(item, depth, error);
     if (!value) return Object();
@@ -118,6 +121,7 @@ Object fromArray(const Json& items, int depth, std::string& error) {
 Object fromObject(const Json& items, int depth, std::string& error) {
   CfRef<CFMutableDictionaryRef> dictionary(CFDictionaryCreateMutable(
       nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+  if (!dictionary) return Object();
   for (const auto& [name, item] : items.items()) {
     const Object key = fromText(name, error);
     const Object value = key ? fromJson(item, depth, error) : Object();
@@ -160,6 +164,7 @@ CFPropertyListFormat nativeFormat(PropertyListFormat format) {
 std::optional<Json> PropertyListParse(const std::string& bytes) {
   const CfRef<CFDataRef> data(CFDataCreate(nullptr, reinterpret_cast<const UInt8*>(bytes.data()),
                                            static_cast<CFIndex>(bytes.size())));
+  if (!data) return std::nullopt;
   CFPropertyListFormat format = kCFPropertyListOpenStepFormat;
   const Object list(CFPropertyListCreateWithData(nullptr, data.get(), kCFPropertyListImmutable,
                                                  &format, nullptr));
@@ -170,13 +175,14 @@ std::optional<Json> PropertyListParse(const std::string& bytes) {
 
 std::optional<std::string> PropertyListWrite(const Json& value, PropertyListFormat format,
                                              std::string& error) {
+  error = kNotWritten;  // unless something says more
   const Object list = fromJson(value, 0, error);
   if (!list) return std::nullopt;
   CfRef<CFErrorRef> reason;
   const CfRef<CFDataRef> data(
       CFPropertyListCreateData(nullptr, list.get(), nativeFormat(format), 0, reason.out()));
   if (!data) {
-    error = CfErrorText(reason.get(), "The property list could not be written.");
+    error = CfErrorText(reason.get(), kNotWritten);
     return std::nullopt;
   }
   const UInt8* bytes = CFDataGetBytePtr(data.get());

@@ -27,8 +27,12 @@ void drop(void* context) { delete static_cast<Work*>(context); }
 /// A hundred years: a later time is no time to libdispatch, which would lose the work.
 constexpr std::uint64_t kLongest = 100ULL * 365 * 24 * 3600 * 1'000'000'000;
 
+/// The clock of libdispatch runs evenly, the monotonic one is slewed to the right time: by half a
+/// thousandth at most (adjtime(2)), and work must not come before its time by that clock.
 dispatch_time_t inNanoseconds(std::uint64_t delayNs) {
-  return dispatch_time(DISPATCH_TIME_NOW, static_cast<std::int64_t>(std::min(delayNs, kLongest)));
+  return dispatch_time(
+      DISPATCH_TIME_NOW,
+      static_cast<std::int64_t>(std::min(delayNs, kLongest) + std::min(delayNs, kLongest) / 1000));
 }
 
 }  // namespace

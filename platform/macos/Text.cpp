@@ -106,7 +106,9 @@ std::string TextFromUtf16(std::u16string_view utf16) {
 
 std::string TextUpperCase(std::string_view utf8) {
   const CfRef<CFStringRef> text = string(TextToUtf16(utf8));
-  const CfRef<CFMutableStringRef> upper(CFStringCreateMutableCopy(nullptr, 0, text.get()));
+  const CfRef<CFMutableStringRef> upper(text ? CFStringCreateMutableCopy(nullptr, 0, text.get())
+                                             : nullptr);
+  if (!upper) return std::string(utf8);
   CFStringUppercase(upper.get(), nullptr);
   const CFIndex length = CFStringGetLength(upper.get());
   std::u16string result(static_cast<std::size_t>(length), u'\0');
@@ -115,8 +117,10 @@ std::string TextUpperCase(std::string_view utf8) {
 }
 
 std::size_t TextComposedCharacterStart(std::u16string_view text, std::size_t index) {
+  const CfRef<CFStringRef> whole = string(text);
+  if (!whole) return index;
   const CFRange range =
-      CFStringGetRangeOfComposedCharactersAtIndex(string(text).get(), static_cast<CFIndex>(index));
+      CFStringGetRangeOfComposedCharactersAtIndex(whole.get(), static_cast<CFIndex>(index));
   return static_cast<std::size_t>(range.location);
 }
 

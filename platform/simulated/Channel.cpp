@@ -85,6 +85,7 @@ struct ChannelListener::Impl : std::enable_shared_from_this<ChannelListener::Imp
     if (own.valid()) _socket.assign(own.get(), error);
     if (own.valid() && !error) (void)own.release();
     if (_socket.is_open()) _socket.non_blocking(true, error);
+    if (error) _socket.close(error);  // else accepting could block everybody
   }
 
   void setHandler(Handler handler) {
@@ -112,7 +113,8 @@ struct ChannelListener::Impl : std::enable_shared_from_this<ChannelListener::Imp
     if (!_socket.is_open()) return;
     _socket.async_wait(asio::posix::stream_descriptor::wait_read,
                        [self = shared_from_this()](const std::error_code& error) {
-                         if (!error) self->acceptPeers();
+                         if (!self->_socket.is_open()) return;
+                         error ? self->waitAWhile() : self->acceptPeers();
                        });
   }
 
@@ -142,7 +144,8 @@ struct ChannelListener::Impl : std::enable_shared_from_this<ChannelListener::Imp
   void welcome(Descriptor connected) {
     std::optional<PeerIdentity> identity = IdentifyPeer(connected.get());
     if (!identity) return;
-    std::unique_ptr<ConnectionTicket> ticket = ConnectionTicket::take(identity->pid);
+    std::unique_ptr<ConnectionTicket> ticket =
+        ConnectionTicket::take(identity->pid, identity->euid);
     if (ticket == nullptr) return;
     deliver(ChannelPeer(std::make_shared<ChannelPeer::Impl>(
         std::move(connected), std::move(*identity), std::move(ticket))));

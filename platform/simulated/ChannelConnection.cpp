@@ -96,6 +96,10 @@ void ChannelPeer::Impl::takeInput() {
   const std::size_t count = _socket.read_some(asio::buffer(buffer), error);
   if (error == asio::error::would_block) return waitForInput();
   if (error) return close();
+  if (_refused) {
+    deliver(ChannelError::kPeerCodeSigningRequirement);
+    return close();
+  }
   _input.append(buffer, count);
   takeFrames();
 }
@@ -116,10 +120,6 @@ void ChannelPeer::Impl::takeFrames() {
 }
 
 void ChannelPeer::Impl::takeFrame(Frame frame) {
-  if (_refused) {
-    deliver(ChannelError::kPeerCodeSigningRequirement);
-    return close();
-  }
   const std::size_t bytes = frame.dictionary.size();
   ++_pendingMessages;
   _pendingBytes += bytes;

@@ -66,7 +66,9 @@ std::optional<std::string> executableOf(pid_t pid) {
 bool isTrustworthy(int descriptor) {
   struct stat status {};
   if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) return false;
-  return (status.st_uid == 0 || status.st_uid == geteuid()) && (status.st_mode & S_IWOTH) == 0;
+  // A second name may be a link that somebody made beside a program of their own.
+  return (status.st_uid == 0 || status.st_uid == geteuid()) && (status.st_mode & S_IWOTH) == 0 &&
+         status.st_nlink == 1;
 }
 
 std::optional<Signature> signatureBeside(const std::string& executable) {

@@ -24,7 +24,20 @@ struct ConnectionCount {
   std::mutex mutex;
   std::size_t all = 0;
   std::map<pid_t, std::size_t> byProcess;
+  std::map<uid_t, std::size_t> byUser;
 };
+
+template <class Key>
+std::size_t numberOf(const std::map<Key, std::size_t>& counts, Key key) {
+  const auto found = counts.find(key);
+  return found != counts.end() ? found->second : 0;
+}
+
+template <class Key>
+void takeOneOff(std::map<Key, std::size_t>& counts, Key key) {
+  const auto found = counts.find(key);
+  if (--found->second == 0) counts.erase(found);
+}
 
 ConnectionCount& connectionCount() {
   static auto* const shared = new ConnectionCount();
@@ -38,22 +51,25 @@ asio::io_context& ChannelNetwork() {
   return *shared;
 }
 
-std::unique_ptr<ConnectionTicket> ConnectionTicket::take(pid_t pid) {
+std::unique_ptr<ConnectionTicket> ConnectionTicket::take(pid_t pid, uid_t uid) {
   ConnectionCount& count = connectionCount();
   const std::lock_guard lock(count.mutex);
-  if (count.all >= kMaximumConnections) return nullptr;
-  std::size_t& ofProcess = count.byProcess[pid];
-  if (ofProcess >= kMaximumConnectionsPerProcess) return nullptr;
-  ++ofProcess;
+  if (count.all >= kMaximumConnections ||
+      numberOf(count.byProcess, pid) >= kMaximumConnectionsPerProcess ||
+      numberOf(count.byUser, uid) >= kMaximumConnectionsPerUser) {
+    return nullptr;
+  }
+  ++count.byProcess[pid];
+  ++count.byUser[uid];
   ++count.all;
-  return std::unique_ptr<ConnectionTicket>(new ConnectionTicket(pid));
+  return std::unique_ptr<ConnectionTicket>(new ConnectionTicket(pid, uid));
 }
 
 ConnectionTicket::~ConnectionTicket() {
   ConnectionCount& count = connectionCount();
   const std::lock_guard lock(count.mutex);
-  const auto found = count.byProcess.find(_pid);
-  if (--found->second == 0) count.byProcess.erase(found);
+  takeOneOff(count.byProcess, _pid);
+  takeOneOff(count.byUser, _uid);
   --count.all;
 }
 

@@ -15,16 +15,17 @@ asio::io_context& ChannelNetwork();
 /// One of the connections that the limits allow; given back by its destructor. Any thread.
 class ConnectionTicket {
  public:
-  /// Nothing when there are too many connections of this process or in all.
-  static std::unique_ptr<ConnectionTicket> take(pid_t pid);
+  /// Nothing when there are too many connections of this process, of this user or in all.
+  static std::unique_ptr<ConnectionTicket> take(pid_t pid, uid_t uid);
   ~ConnectionTicket();
   ConnectionTicket(const ConnectionTicket&) = delete;
   ConnectionTicket& operator=(const ConnectionTicket&) = delete;
 
  private:
-  explicit ConnectionTicket(pid_t pid) : _pid(pid) {}
+  ConnectionTicket(pid_t pid, uid_t uid) : _pid(pid), _uid(uid) {}
 
-  pid_t _pid;
+  const pid_t _pid;
+  const uid_t _uid;
 };
 
 }  // namespace platform

@@ -34,9 +34,10 @@ inline constexpr std::size_t kMaximumPendingBytes = kMebibyte;
 /// How many bytes of replies may wait for one peer to read; beyond that it loses its connection.
 inline constexpr std::size_t kMaximumUnsentBytes = 4 * kMebibyte;
 
-/// Connections of one process and of all together. One process alone can take a sixteenth of the
-/// whole, so that a peer that opens connections without end keeps nobody else out.
+/// Connections of one process, of one user and of all together: no process and no ordinary user can
+/// take so many that others are kept out.
 inline constexpr std::size_t kMaximumConnectionsPerProcess = 64;
+inline constexpr std::size_t kMaximumConnectionsPerUser = 256;
 inline constexpr std::size_t kMaximumConnections = 1024;
 
 /// Descriptors that a process with a listener asks for: twice the connections, and room for files.

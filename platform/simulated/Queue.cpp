@@ -44,12 +44,13 @@ Queue::Queue(const std::string& /*label*/) : _impl(std::make_shared<Impl>()) {}
 void Queue::async(std::function<void()> work) const { asio::post(_impl->strand, std::move(work)); }
 
 void Queue::sync(const std::function<void()>& work) const {
-  std::promise<void> finished;
-  async([&] {
+  // Shared, because set_value may still be returning when the waiter has gone on.
+  const auto finished = std::make_shared<std::promise<void>>();
+  async([&work, finished] {
     work();
-    finished.set_value();
+    finished->set_value();
   });
-  finished.get_future().wait();
+  finished->get_future().wait();
 }
 
 void Queue::after(std::uint64_t delayNs, std::function<void()> work) const {

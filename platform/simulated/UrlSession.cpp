@@ -1,13 +1,17 @@
 #include "platform/UrlSession.h"
 
 #include <curl/curl.h>
+#include <strings.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <system_error>
 #include <thread>
 
+#include "platform/UrlRequestFlaw.h"
 #include "platform/simulated/Limits.h"
 #include "platform/simulated/MacFiles.h"
 #include "platform/simulated/OpenSsl.h"
@@ -21,8 +25,6 @@ constexpr char kProtocols[] = "http,https";
 constexpr char kTimedOut[] = "The request timed out.";
 constexpr char kCancelled[] = "The request was cancelled.";
 constexpr char kTooLarge[] = "The answer is too large.";
-constexpr char kNotAllowed[] = "The request has a character that HTTP does not allow.";
-constexpr char kBadUrl[] = "The URL is not valid.";
 constexpr char kNoLibrary[] = "The URL loading system is not available.";
 
 struct FreeList {
@@ -35,32 +37,18 @@ struct FreeHandle {
 };
 using Handle = std::unique_ptr<CURL, FreeHandle>;
 
-/// RFC 9110: what a method and a header's name are made of.
-bool isToken(const std::string& text) {
-  constexpr std::string_view kAllowed =
-      "!#$%&'*+-.^_`|~0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
-  return !text.empty() && text.find_first_not_of(kAllowed) == std::string::npos;
-}
-
-bool isHeaderValue(const std::string& text) {
-  return text.find_first_of(std::string_view("\r\n\0", 3)) == std::string::npos;
-}
-
-/// Why a request cannot be sent as it is, or null.
-const char* flawOf(const UrlRequest& request) {
-  if (!UrlIsValid(request.url)) return kBadUrl;
-  if (!isToken(request.method)) return kNotAllowed;
-  for (const auto& [name, value] : request.headers) {
-    if (!isToken(name) || !isHeaderValue(value)) return kNotAllowed;
-  }
-  return nullptr;
-}
-
 void append(HeaderList& list, const std::string& line) {
   curl_slist* longer = curl_slist_append(list.get(), line.c_str());
   if (longer == nullptr) return;  // out of memory; the list as it was stays owned
   (void)list.release();
   list.reset(longer);
+}
+
+bool hasHeader(const UrlRequest& request, const char* wanted) {
+  const auto isWanted = [&](const auto& header) {
+    return strcasecmp(header.first.c_str(), wanted) == 0;
+  };
+  return std::any_of(request.headers.begin(), request.headers.end(), isWanted);
 }
 
 HeaderList headerList(const UrlRequest& request) {
@@ -69,17 +57,21 @@ HeaderList headerList(const UrlRequest& request) {
     append(list, value.empty() ? name + ";" : name + ": " + value);  // ";" is an empty value
   }
   append(list, "Expect:");  // none: a body is sent at once
+  // None of the library's own, which would call a body a form.
+  if (!hasHeader(request, "content-type")) append(list, "Content-Type:");
   return list;
 }
 
 /// One exchange on the session's handle, from its options to its result.
 class Exchange {
  public:
+  /// `asked` is when the exchange was asked for, from which its longest time counts.
   Exchange(CURL* handle, const UrlSessionConfiguration& configuration, const UrlRequest& request,
-           const std::atomic<bool>& cancelled)
+           SteadyClock::time_point asked, const std::atomic<bool>& cancelled)
       : _handle(handle),
         _configuration(configuration),
         _request(request),
+        _asked(asked),
         _cancelled(cancelled),
         _headers(headerList(request)) {}
 
@@ -121,7 +113,9 @@ class Exchange {
     set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));
     set(CURLOPT_PROXY_CAINFO, kMacCertificateAuthorities);
     set(CURLOPT_PROXY_CAPATH, static_cast<const char*>(nullptr));
-    set(CURLOPT_CA_CACHE_TIMEOUT, 0L);  // a change of the trusted authorities counts at once
+    // A change of the trusted authorities counts from the next connection on.
+    set(CURLOPT_CA_CACHE_TIMEOUT, 0L);
+    set(CURLOPT_SSL_SESSIONID_CACHE, 0L);
     set(CURLOPT_SSL_VERIFYPEER, 1L);
     set(CURLOPT_SSL_VERIFYHOST, 2L);
   }
@@ -190,9 +184,13 @@ class Exchange {
     return _abortReason == nullptr;
   }
 
+  /// What is left of the longest time; at least a moment, because none would mean no limit.
   long wholeExchangeMs() const {
     constexpr std::uint64_t kMostSeconds = 1'000'000;  // libcurl's milliseconds are an int within
-    return static_cast<long>(std::min(_configuration.resourceTimeoutSeconds, kMostSeconds) * 1000);
+    const std::chrono::seconds whole(std::min(_configuration.resourceTimeoutSeconds, kMostSeconds));
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(_asked + whole - SteadyClock::now());
+    return std::max<long>(left.count(), 1);
   }
 
   UrlResult result(CURLcode code) {
@@ -215,6 +213,7 @@ class Exchange {
   CURL* _handle;
   const UrlSessionConfiguration& _configuration;
   const UrlRequest& _request;
+  const SteadyClock::time_point _asked;
   const std::atomic<bool>& _cancelled;
   const HeaderList _headers;
   const std::string _noBody;
@@ -244,23 +243,39 @@ struct UrlSession::Impl {
   struct Task {
     UrlRequest request;
     std::function<void(const UrlResult&)> completion;
+    SteadyClock::time_point asked = SteadyClock::now();
   };
 
   explicit Impl(const UrlSessionConfiguration& values) : configuration(values) {}
 
   /// `self` is this object's owner, which the worker shares.
   void add(Task task, const std::shared_ptr<Impl>& self) {
-    const std::lock_guard lock(mutex);
-    tasks.push_back(std::move(task));
-    if (!worker.joinable()) worker = std::thread([self] { self->work(); });
-    changed.notify_one();
+    {
+      const std::lock_guard lock(mutex);
+      if (worker.joinable() || startWorker(self)) {
+        tasks.push_back(std::move(task));
+        changed.notify_one();
+        return;
+      }
+    }
+    task.completion(failure(kNoLibrary));
+  }
+
+  /// False when the system has no thread to give.
+  bool startWorker(const std::shared_ptr<Impl>& self) {
+    try {
+      worker = std::thread([self] { self->work(); });
+      return true;
+    } catch (const std::system_error&) {
+      return false;
+    }
   }
 
   /// Does tasks until the session ends and none is left.
   void work() {
     Handle handle(initializeLibrary() ? curl_easy_init() : nullptr);
     while (std::optional<Task> task = next()) {
-      task->completion(exchange(handle.get(), task->request));
+      task->completion(exchange(handle.get(), *task));
     }
   }
 
@@ -273,11 +288,11 @@ struct UrlSession::Impl {
     return task;
   }
 
-  UrlResult exchange(CURL* handle, const UrlRequest& request) const {
+  UrlResult exchange(CURL* handle, const Task& task) const {
     if (ended) return failure(kCancelled);
     if (handle == nullptr) return failure(kNoLibrary);
-    if (const char* flaw = flawOf(request)) return failure(flaw);
-    return Exchange(handle, configuration, request, ended).perform();
+    if (const char* flaw = UrlRequestFlaw(task.request)) return failure(flaw);
+    return Exchange(handle, configuration, task.request, task.asked, ended).perform();
   }
 
   void end() {
@@ -310,7 +325,7 @@ UrlSession::UrlSession(const UrlSessionConfiguration& configuration)
 UrlSession::~UrlSession() { _impl->end(); }
 
 void UrlSession::start(UrlRequest request, std::function<void(const UrlResult&)> completion) {
-  _impl->add({std::move(request), std::move(completion)}, _impl);
+  _impl->add({.request = std::move(request), .completion = std::move(completion)}, _impl);
 }
 
 }  // namespace platform

@@ -112,8 +112,23 @@ class Connection : public Object {
   void activate();
   void cancel();
 
-  /// Takes a message for the handler; of a peer that fails the requirement, an error in its place.
+  /// Takes a message for the handler; of a peer that fails the requirement, it gets an error in the
+  /// message's place.
   void receive(Dictionary* message);
+  /// While suspended, nothing is handed to the handler.
+  void suspend() {
+    const std::lock_guard lock(_mutex);
+    ++_suspensions;
+  }
+
+  void resume() {
+    {
+      const std::lock_guard lock(_mutex);
+      if (_suspensions-- == 0) Crash("a connection was resumed that was not suspended");
+    }
+    flush();
+  }
+
   /// Hands a message to the other end, if there still is one.
   void send(Dictionary* message) {
     const std::lock_guard lock(_mutex);
@@ -131,6 +146,8 @@ class Connection : public Object {
 
  protected:
   ~Connection() override {
+    if (_suspensions > 0) Crash("a suspended connection was released");
+    if (!service.empty() && !_isActive) Crash("a connection was released that was never activated");
     if (_handler != nullptr) _handler->release();
     _queue->release();
   }
@@ -140,13 +157,17 @@ class Connection : public Object {
   void end();
   void part();
   void flush();
+  void enqueueTurn();
+  Dictionary* next();
+  bool isTrusted() const;
 
   SerialQueue* const _queue;
   Handler* _handler = nullptr;
   Connection* _other = nullptr;
   std::optional<std::string> _requirement;
-  std::deque<Dictionary*> _early;  ///< messages that came before activation
+  std::deque<Dictionary*> _inbox;  ///< messages that were not handed over yet
   std::recursive_mutex _mutex;
+  int _suspensions = 0;
   bool _isActive = false;
   std::atomic<bool> _isEnded = false;
 };
@@ -210,25 +231,42 @@ void Connection::start() {
 
 void Connection::flush() {
   const std::lock_guard lock(_mutex);
-  for (Dictionary* message : _early) {
-    receive(message);
-    message->release();
-  }
-  _early.clear();
+  for (std::size_t i = 0; i < _inbox.size(); ++i) enqueueTurn();
 }
 
 void Connection::receive(Dictionary* message) {
   const std::lock_guard lock(_mutex);
   if (_isEnded) return;
-  if (!_isActive) {
-    message->retain();
-    _early.push_back(message);
-    return;
-  }
-  const bool isTrusted =
-      !_requirement || _requirement->find('"' + TheMac().clientIdentity + '"') != std::string::npos;
-  deliver(isTrusted ? static_cast<Object*>(message)
-                    : objectOf(XPC_ERROR_PEER_CODE_SIGNING_REQUIREMENT));
+  message->retain();
+  _inbox.push_back(message);
+  enqueueTurn();
+}
+
+/// Has the queue hand over the next message, if it may by then.
+void Connection::enqueueTurn() {
+  retain();
+  _queue->enqueue([this] {
+    if (Dictionary* message = next()) {
+      (*_handler)(isTrusted() ? static_cast<Object*>(message)
+                              : objectOf(XPC_ERROR_PEER_CODE_SIGNING_REQUIREMENT));
+      message->release();
+    }
+    release();
+  });
+}
+
+/// The next message, with its reference.
+Dictionary* Connection::next() {
+  const std::lock_guard lock(_mutex);
+  if (!_isActive || _isEnded || _suspensions > 0 || _inbox.empty()) return nullptr;
+  Dictionary* message = _inbox.front();
+  _inbox.pop_front();
+  return message;
+}
+
+bool Connection::isTrusted() const {
+  return !_requirement ||
+         _requirement->find('"' + TheMac().clientIdentity + '"') != std::string::npos;
 }
 
 int Connection::setRequirement(const std::string& requirement) {
@@ -246,8 +284,7 @@ void Connection::cancel() {
     std::erase_if(registry().listeners, [this](const auto& entry) { return entry.second == this; });
   }
   const std::lock_guard lock(_mutex);
-  for (Dictionary* message : _early) message->release();
-  _early.clear();
+  for (Dictionary* message : std::exchange(_inbox, {})) message->release();
   if (_isActive) {
     end();
   } else {
@@ -330,6 +367,16 @@ void xpc_connection_activate(xpc_connection_t connection) {
 void xpc_connection_cancel(xpc_connection_t connection) {
   (void)Begin(__func__);
   As<Connection>(connection)->cancel();
+}
+
+void xpc_connection_suspend(xpc_connection_t connection) {
+  (void)Begin(__func__);
+  As<Connection>(connection)->suspend();
+}
+
+void xpc_connection_resume(xpc_connection_t connection) {
+  (void)Begin(__func__);
+  As<Connection>(connection)->resume();
 }
 
 pid_t xpc_connection_get_pid(xpc_connection_t connection) {

@@ -1,5 +1,7 @@
 #include <unistd.h>
 
+#include <atomic>
+
 #include "platform/Channel.h"
 #include "tests/platform/ChannelClient.h"
 #include "tests/platform/ChannelService.h"
@@ -115,6 +117,21 @@ TEST_F(Channel, DeliversNothingBeforeActivation) {
   EXPECT_EQ(reply.get(), "early");
 }
 
+TEST_F(Channel, TakesNoMoreMessagesWhileManyAreHeld) {
+  _service->holds = true;
+  _service->listen();
+  ChannelClient client;
+  for (int i = 0; i < 100; ++i) client.send(std::to_string(i));
+  ASSERT_TRUE(Eventually([&] { return _service->texts().size() == 64; }));
+  ChannelClient other;  // nobody else is held up
+  other.send("other");
+  ASSERT_TRUE(Eventually([&] { return _service->texts().size() == 65; }));
+  _service->holds = false;
+  _service->letGo();
+  EXPECT_EQ(client.request("last").get(), "last");
+  EXPECT_EQ(_service->texts().size(), 102u);
+}
+
 TEST_F(Channel, ServesOthersWhileOnePeerKeepsItsHandlerBusy) {
   _service->listen();
   ChannelClient busy;
@@ -215,6 +232,19 @@ TEST_F(Channel, TakesRepliesToAPeerThatHasLeft) {
   EXPECT_TRUE(Eventually([&] { return _service->ended == 1; }));
   const std::lock_guard lock(_service->mutex);
   ChannelService::answer(_service->peer(0), _service->held[0]);
+}
+
+TEST_F(Channel, CallsNoHandlerOfAListenerThatHasGone) {
+  std::atomic<int> events = 0;
+  const Queue& queue = _service->listenerQueue;
+  for (const bool activates : {true, false}) {
+    ChannelListener listener(contract::kService, queue);
+    listener.setEventHandler([&](const ChannelListenerEvent&) { ++events; });
+    if (activates) listener.activate();
+  }
+  ChannelListener(contract::kService, queue);  // one that never had a handler
+  for (int i = 0; i < 10; ++i) queue.sync([] {});
+  EXPECT_EQ(events, 0);
 }
 
 TEST_F(Channel, ReportsAServiceThatIsNotRegistered) {

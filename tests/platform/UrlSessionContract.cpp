@@ -73,6 +73,7 @@ TEST_F(UrlSessionTest, SendsOtherMethods) {
   EXPECT_EQ(requests.at(1).text.rfind("DELETE / ", 0), 0u);
   EXPECT_TRUE(contains(requests.at(2).text, "Content-Length: 0\r\n"));
   EXPECT_EQ(requests.at(3).text.rfind("GET / ", 0), 0u);
+  for (const auto& request : requests) EXPECT_FALSE(contains(request.text, "Content-Type"));
 }
 
 TEST_F(UrlSessionTest, KeepsItsConnectionBetweenExchanges) {
