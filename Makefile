@@ -77,9 +77,8 @@ macos: packages $(ZIG)
 	  cmake --preset macos-$$arch >/dev/null; \
 	  cmake --build --preset macos-$$arch --parallel $(JOBS); \
 	done
-	@mkdir -p $(dir $(HELPER)) dist/LaunchDaemons
-	llvm-lipo-14 -create $(MACOS_ARCHITECTURES:%=build/macos-%/bin/kioskd) -output $(HELPER)
-	@cp packaging/com.brindlex.stream.kioskd.plist dist/LaunchDaemons/
+	llvm-lipo-14 -create $(MACOS_ARCHITECTURES:%=build/macos-%/bin/kioskd) -output build/kioskd.macos
+	packaging/bundle build/kioskd.macos
 	tests/macos_binary/check $(HELPER)
 
 native: packages $(ZIG)

@@ -33,19 +33,27 @@ std::optional<ExitStatus> Parse(CLI::App& application, int count, char** argumen
   }
 }
 
+/// What is to be said counts as done only when it could be said.
+ExitStatus Printed(const Session& session, ExitStatus status) {
+  if (std::cout.flush() || status != ExitStatus::kSuccess) return status;
+  session.complain("Standard output cannot be written to.");
+  return ExitStatus::kRefused;
+}
+
 ExitStatus Main(int count, char** arguments) {
   CLI::App application{"Speaks to kioskd over its command channel.", "kioskctl"};
   CommonOptions options;
   AddCommonOptions(application, options);
   application.require_subcommand(1);
   application.footer(
-      "Exit status: 0 done, 1 refused by kioskd, 2 wrong usage, 3 kioskd gave no answer.\n"
+      "Exit status: 0 done, 1 refused by kioskd (or a code's time was up, or nothing could be\n"
+      "printed), 2 wrong usage, 3 kioskd gave no answer.\n"
       "The environment's KIOSK_CHANNEL names another socket.");
   const std::vector<VerbCommand> commands = AddVerbs(application, options);
   if (const std::optional<ExitStatus> status = Parse(application, count, arguments)) return *status;
   Session session(options);
   for (const auto& [command, action] : commands) {
-    if (command->parsed()) return action(session);
+    if (command->parsed()) return Printed(session, action(session));
   }
   return ExitStatus::kUsage;
 }

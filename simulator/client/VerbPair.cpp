@@ -86,7 +86,8 @@ ExitStatus Finish(Session& session, PairDisplay& display, const Answer& answer) 
     return ExitStatus::kRefused;
   }
   if (IsUnclaimed(answer)) {
-    if (!session.json()) session.complain(ErrorText("expired"));
+    // Also with --json, where the last reply says "ok": true.
+    session.complain(ErrorText("expired"));
     return ExitStatus::kRefused;
   }
   session.explain(answer);

@@ -1,8 +1,11 @@
+#include <unistd.h>
+
 #include <iostream>
 #include <memory>
 #include <string>
 
 #include "simulator/client/Limits.h"
+#include "simulator/client/Printable.h"
 #include "simulator/client/Verbs.h"
 
 namespace client {
@@ -21,7 +24,10 @@ ExitStatus Run(Session& session, const std::string& request) {
   const Answer answer = session.exchange(request == "-" ? ReadInput() : request);
   const bool replied =
       answer.status == ExitStatus::kSuccess || answer.status == ExitStatus::kRefused;
-  if (replied && !session.json()) std::cout << answer.text << std::endl;
+  // A program gets the reply as it is, a person what the terminal can show.
+  if (replied && !session.json()) {
+    std::cout << (isatty(STDOUT_FILENO) == 1 ? Printable(answer.text) : answer.text) << std::endl;
+  }
   session.explain(answer);
   return answer.status;
 }

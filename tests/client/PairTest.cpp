@@ -92,6 +92,13 @@ TEST_F(PairVerb, EndsWhenTheTimeIsUpAndTheLastCheckBringsNothing) {
   EXPECT_THAT(requests(), ElementsAre(kBegin, kCheck));
 }
 
+TEST_F(PairVerb, SaysThatTheTimeIsUpAlsoWithJson) {
+  script({Replies(R"({"ok":true,"code":"ABCDEFGH","expiresInSeconds":0})"), Replies(kOpen)});
+  const ChildResult result = pair({"--json"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.errors, HasSubstr("The code has expired"));
+}
+
 TEST_F(PairVerb, TakesACodeThatWasClaimedInItsLastMoment) {
   script({Replies(R"({"ok":true,"code":"ABCDEFGH","expiresInSeconds":0})"), Replies(kDone)});
   EXPECT_EQ(pair().status, 0);

@@ -31,6 +31,16 @@ TEST_F(StatusVerb, ShowsATable) {
   EXPECT_THAT(requests(), ElementsAre(R"({"cmd":"status"})"));
 }
 
+TEST_F(StatusVerb, FailsWhenNobodyCanReadIt) {
+  script({Replies(kStatus)});
+  ChildSetup setup;
+  setup.arguments = {"/bin/sh", "-c", KIOSKCTL_PATH " status >/dev/full"};
+  setup.environment = {{"KIOSK_CHANNEL", channel()}};
+  const ChildResult result = RunChild(setup);
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.errors, "kioskctl: Standard output cannot be written to.\n");
+}
+
 TEST_F(StatusVerb, ShowsWhatIsMissingAsUnknown) {
   script({Replies(R"({"ok":true,"signIn":{"extraHosts":[]},"terminalName":""})")});
   const ChildResult result = run({"status"});

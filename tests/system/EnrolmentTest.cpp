@@ -6,6 +6,8 @@
 
 namespace {
 
+using namespace std::string_literals;
+
 class EnrolmentTest : public SystemTest {
  protected:
   void SetUp() override { boot(); }
@@ -105,11 +107,13 @@ TEST_F(EnrolmentTest, DoesNotOpenASessionWithAWrongPasswordFile) {
   EXPECT_FALSE(sessionIsOpen());
 }
 
-TEST_F(EnrolmentTest, SurvivesEveryMisbehaviourOfThePortal) {
+TEST_F(EnrolmentTest, SurvivesMisbehavioursOfThePortal) {
   enrol("Lobby");
   const Json before = mac.state();
-  for (const char* mode : {"cut", "garbage", "html500", "wrongCertificate", "refuse"}) {
-    portal.admin({"misbehave", mode});
+  for (const char* mode : {"cut", "garbage", "html500", "status", "wrongCertificate", "refuse"}) {
+    std::vector<std::string> command = {"misbehave", mode};
+    if (mode == "status"s) command.insert(command.end(), {"--status", "503", "--body", "{}"});
+    portal.admin(command);
     const std::size_t lines = mac.log().size();
     checkInNow();
     EXPECT_TRUE(Eventually([&] {
@@ -131,7 +135,15 @@ TEST_F(EnrolmentTest, SurvivesEveryMisbehaviourOfThePortal) {
   EXPECT_TRUE(Eventually([this] { return mac.state()["terminalName"] == "Hall"; }));
 }
 
-TEST_F(EnrolmentTest, TellsAClaimedAndAnExpiredCodeApart) {
+TEST_F(EnrolmentTest, IsToldThatSomebodyElseFetchedTheToken) {
+  const std::string code = ask({{"cmd", "pair.begin"}})["code"];
+  portal.admin({"claim", code, "--name", "Lobby"});
+  EXPECT_EQ(portal.get("/api/kiosk/pair/" + code), 200);
+  EXPECT_EQ(ask({{"cmd", "pair.check"}, {"code", code}}),
+            (Json{{"ok", false}, {"error", "claimed"}}));
+}
+
+TEST_F(EnrolmentTest, IsToldThatItsCodeExpired) {
   const Json begun = ask({{"cmd", "pair.begin"}});
   const std::string code = begun["code"];
   EXPECT_EQ(ask({{"cmd", "pair.check"}, {"code", code}}), (Json{{"ok", true}, {"paired", false}}));

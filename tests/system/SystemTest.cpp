@@ -1,5 +1,6 @@
 #include "tests/system/SystemTest.h"
 
+#include <curl/curl.h>
 #include <sys/stat.h>
 
 #include <csignal>
@@ -45,6 +46,22 @@ Json PortalProcess::admin(const std::vector<std::string>& arguments) const {
   const Finished finished = RunToEnd(command);
   EXPECT_EQ(finished.status, 0) << finished.output;
   return Json::parse(finished.output, nullptr, false);
+}
+
+long PortalProcess::get(const std::string& path) const {
+  CURL* const handle = curl_easy_init();
+  curl_easy_setopt(handle, CURLOPT_URL, (_url + path).c_str());
+  curl_easy_setopt(handle, CURLOPT_CAINFO, authority().c_str());
+  curl_easy_setopt(handle, CURLOPT_PROXY, "");
+  const curl_write_callback ignore = [](char*, std::size_t size, std::size_t count, void*) {
+    return size * count;
+  };
+  curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, ignore);
+  long status = 0;
+  curl_easy_perform(handle);
+  curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
+  curl_easy_cleanup(handle);
+  return status;
 }
 
 SystemTest::SystemTest()
