@@ -19,13 +19,10 @@ using Texts = std::vector<std::string>;
 constexpr char kIdentifier[] = "com.brindlex.stream";
 constexpr char kRequirement[] = "identifier \"com.brindlex.stream\"";
 
-class Channel : public contract::ChangingWorld {
+class Channel : public contract::World {
  protected:
   void SetUp() override {
-    ChangingWorld::SetUp();
-    if (IsSkipped()) return;
-    registerService();
-    signClient(kIdentifier);
+    if (!registerService() || !signClient(kIdentifier)) GTEST_SKIP() << "not started as a service";
   }
   void TearDown() override { _service->end(); }
 
@@ -45,7 +42,7 @@ TEST_F(Channel, KnowsItsPeer) {
   const ChannelPeer peer = _service->peer(0);
   EXPECT_EQ(peer.pid(), getpid());
   EXPECT_EQ(peer.euid(), geteuid());
-  EXPECT_EQ(peer.asid(), getsid(0));
+  if (const auto session = auditSession()) EXPECT_EQ(peer.asid(), *session);
 }
 
 TEST_F(Channel, DeliversMessagesInOrder) {
@@ -165,7 +162,7 @@ TEST_F(Channel, DeliversFromAPeerThatSatisfiesTheRequirement) {
 }
 
 TEST_F(Channel, DeliversNothingFromAPeerThatFailsTheRequirement) {
-  signClient("com.other");
+  if (!signClient("com.other")) GTEST_SKIP() << "signed once and for all";
   _service->requirement = kRequirement;
   _service->listen();
   ChannelClient client;

@@ -11,18 +11,23 @@
 #include "platform/Storage.h"
 #include "tests/platform/World.h"
 
+extern char** environ;  // no header of a Mac declares it (environ(7))
+
 namespace platform {
 namespace {
 
 TEST(Process, LetsAChildInheritTheStandardStreamsOnly) {
   const int leaky = open("/dev/null", O_RDONLY);  // not close-on-exec, by intent
   int ends[2];
-  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  ASSERT_EQ(pipe(ends), 0);
+  for (const int end : ends) ASSERT_EQ(fcntl(end, F_SETFD, FD_CLOEXEC), 0);
   posix_spawnattr_t attributes;
   posix_spawn_file_actions_t actions;
   posix_spawnattr_init(&attributes);
   posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, STDIN_FILENO, STDIN_FILENO);
   posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, STDERR_FILENO, STDERR_FILENO);
   ASSERT_EQ(ProcessInheritStandardStreamsOnly(&attributes, &actions), 0);
   std::string script = "for d in 0 1 2 3 4 5 6 7 8 9; do (: <&$d) 2>/dev/null && echo -n $d; done";
   char shell[] = "sh";

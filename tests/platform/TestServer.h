@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <functional>
-#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -40,6 +39,7 @@ class TestServer {
   const Answer _answer;
   int _listener = -1;
   int _port = 0;
+  std::atomic<bool> _isEnding = false;
   mutable std::mutex _mutex;
   std::vector<ReceivedRequest> _requests;
   std::vector<int> _connections;
@@ -50,21 +50,5 @@ class TestServer {
 /// A whole answer of status 200 unless `status` says otherwise.
 std::string Answered(const std::string& body, const std::string& headers = "",
                      const std::string& status = "200 OK");
-
-/// An HTTPS server that says "secret" to every GET; its authority is `authorityPem()`.
-class TlsServer {
- public:
-  TlsServer();
-  ~TlsServer();
-  TlsServer(const TlsServer&) = delete;
-  TlsServer& operator=(const TlsServer&) = delete;
-
-  std::string url(const std::string& host) const;
-  std::string authorityPem() const;
-
- private:
-  struct Impl;
-  std::unique_ptr<Impl> _impl;
-};
 
 }  // namespace contract

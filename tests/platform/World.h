@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <sys/types.h>
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -53,9 +54,13 @@ class World : public testing::Test {
   void disableDefaultLogLevel();
   std::vector<Logged> logged();
 
-  /// Has the service manager know kService for this process, and its clients signed.
-  void registerService();
-  void signClient(const std::string& identifier);
+  /// Has the service manager know kService for this process; false when it cannot be made to.
+  bool registerService();
+  /// Has this process, as a client of the service, signed with an identifier; false when its
+  /// signature is another one.
+  bool signClient(const std::string& identifier);
+  /// The audit session of this process, where there is a way to know it.
+  std::optional<std::int32_t> auditSession();
 
  private:
   struct Impl;

@@ -1,5 +1,7 @@
 #include "tests/platform/World.h"
 
+#include <unistd.h>
+
 #include <filesystem>
 
 #include "tests/native/Doubles.h"
@@ -52,10 +54,16 @@ std::vector<Logged> World::logged() {
   return messages;
 }
 
-void World::registerService() { native::TheMac().services.insert(kService); }
-
-void World::signClient(const std::string& identifier) {
-  native::TheMac().clientIdentity = identifier;
+bool World::registerService() {
+  native::TheMac().services.insert(kService);
+  return true;
 }
+
+bool World::signClient(const std::string& identifier) {
+  native::TheMac().clientIdentity = identifier;
+  return true;
+}
+
+std::optional<std::int32_t> World::auditSession() { return getsid(0); }
 
 }  // namespace contract

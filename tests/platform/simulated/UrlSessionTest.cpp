@@ -4,6 +4,7 @@
 #include "platform/UrlSession.h"
 #include "tests/platform/TestServer.h"
 #include "tests/platform/simulated/SimulatedRoot.h"
+#include "tests/platform/simulated/TlsServer.h"
 
 namespace platform {
 namespace {

@@ -1,5 +1,7 @@
 #include "tests/platform/World.h"
 
+#include <unistd.h>
+
 #include <filesystem>
 #include <regex>
 #include <sstream>
@@ -91,8 +93,16 @@ std::vector<Logged> World::logged() {
   return messages;
 }
 
-void World::registerService() { _impl->service = std::make_unique<Service>(); }
+bool World::registerService() {
+  _impl->service = std::make_unique<Service>();
+  return true;
+}
 
-void World::signClient(const std::string& identifier) { Service::sign(identifier); }
+bool World::signClient(const std::string& identifier) {
+  Service::sign(identifier);
+  return true;
+}
+
+std::optional<std::int32_t> World::auditSession() { return getsid(0); }
 
 }  // namespace contract
