@@ -2,6 +2,7 @@
 
 #include <openssl/crypto.h>
 #include <openssl/rand.h>
+#include <openssl/sha.h>
 
 #include <algorithm>
 #include <limits>
@@ -27,6 +28,16 @@ bool CryptoRandomBytes(void* bytes, std::size_t count) {
     count -= part;
   }
   return true;
+}
+
+std::array<unsigned char, 32> CryptoSha256(std::string_view bytes) {
+  std::array<unsigned char, 32> digest;
+  SHA256(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(), digest.data());
+  return digest;
+}
+
+bool CryptoEqual(std::string_view one, std::string_view other) {
+  return one.size() == other.size() && CRYPTO_memcmp(one.data(), other.data(), one.size()) == 0;
 }
 
 }  // namespace platform

@@ -70,5 +70,35 @@ TEST(Crypto, GivesDifferentBytesEachTime) {
   EXPECT_TRUE(CryptoRandomBytes(nullptr, 0));
 }
 
+std::string hex(const std::array<unsigned char, 32>& digest) {
+  std::string text;
+  for (const unsigned char byte : digest) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    text += {kDigits[byte >> 4], kDigits[byte & 15]};
+  }
+  return text;
+}
+
+TEST(Crypto, DigestsAsPublished) {  // the examples of FIPS 180-2, appendix B, and the empty text
+  EXPECT_EQ(hex(CryptoSha256("")),
+            "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+  EXPECT_EQ(hex(CryptoSha256("abc")),
+            "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+  EXPECT_EQ(hex(CryptoSha256("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq")),
+            "248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1");
+  EXPECT_EQ(hex(CryptoSha256(std::string(1'000'000, 'a'))),
+            "cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0");
+}
+
+TEST(Crypto, ComparesWholeTexts) {
+  EXPECT_TRUE(CryptoEqual("", ""));
+  EXPECT_TRUE(CryptoEqual(std::string_view("a\0b", 3), std::string_view("a\0b", 3)));
+  EXPECT_FALSE(CryptoEqual(std::string_view("a\0b", 3), std::string_view("a\0c", 3)));
+  EXPECT_FALSE(CryptoEqual("abc", "abd"));
+  EXPECT_FALSE(CryptoEqual("abc", "xbc"));
+  EXPECT_FALSE(CryptoEqual("abc", "ab"));
+  EXPECT_FALSE(CryptoEqual("", "a"));
+}
+
 }  // namespace
 }  // namespace platform

@@ -1,6 +1,6 @@
 // What a Mac's C library declares and this system's does not, for the adapters that use it, and the
 // words of the compiler that the Mac's headers expect. Included before every source.
-// Source: the Mac's time.h, fcntl.h, spawn.h and sys/cdefs.h.
+// Source: the Mac's time.h, string.h, fcntl.h, spawn.h and sys/cdefs.h.
 #pragma once
 
 #include <stdint.h>
@@ -16,7 +16,10 @@
 #define POSIX_SPAWN_CLOEXEC_DEFAULT 0x4000
 
 #ifdef __cplusplus
-extern "C"
+extern "C" {
 #endif
-    uint64_t
-    clock_gettime_nsec_np(clockid_t clock);
+uint64_t clock_gettime_nsec_np(clockid_t clock);
+int timingsafe_bcmp(const void* one, const void* other, size_t count);
+#ifdef __cplusplus
+}
+#endif
