@@ -38,6 +38,26 @@ struct Arguments {
   std::optional<std::string> body;
 };
 
+constexpr char kPowerHelp[] =
+    "JSON: {\"screenOffMinutes\": 0 to 240, \"sleepMinutes\": 0 to 240, \"schedule\": "
+    "{\"enabled\":\n"
+    "true or false, \"sleepAt\": \"HH:MM\", \"wakeAt\": \"HH:MM\", \"days\": [0 (Sunday) to 6, at "
+    "most\n"
+    "seven]}}. Both minutes are needed; the rest is, when absent or null, disabled, 22:00, 07:00 "
+    "and\n"
+    "Monday to Friday. An enabled schedule needs a day, and sleepAt and wakeAt must differ. Other\n"
+    "keys are ignored by terminals.\n"
+    "A source is heeded only together with a policy; without one it is \"default\".";
+
+constexpr char kUpdatesHelp[] =
+    "JSON: {\"automatic\": true or false, \"window\": {\"start\": \"HH:MM\", \"end\": \"HH:MM\",\n"
+    "\"days\": [0 (Sunday) to 6, one to seven of them]}}. When absent or null, automatic is false, "
+    "the\n"
+    "window is 02:00 to 05:00 and the days are all seven; a window needs start and end. Other "
+    "keys\n"
+    "are ignored by terminals.\n"
+    "A source is heeded only together with a policy; without one it is \"default\".";
+
 std::string CheckJson(const std::string& text) {
   return ParseJson(text) ? "" : "not JSON: " + text;
 }
@@ -61,8 +81,9 @@ class CommandLine {
   void addServe();
   void addCodes();
   void addTerminals();
+  void addExitPassword();
   void addSignIn();
-  void addPolicy(const std::string& kind, const std::string& what);
+  void addPolicy(const std::string& kind, const std::string& what, const std::string& help);
   void addMisbehave();
   int setPolicy(const Commands& commands, const std::string& kind) const;
   Json misbehaviour() const;
@@ -79,14 +100,20 @@ CommandLine::CommandLine() {
   _app.require_subcommand(1);
   _app.fallthrough();
   _app.footer(
-      "ID is a terminal's name, its id, the beginning of its id, or \"-\" for the only one.\n"
+      "ID is a terminal's name, its id, the beginning of its id, or \"-\" for the only one. "
+      "Several\n"
+      "terminals may have one name: a device that is paired anew becomes a new terminal beside "
+      "the\n"
+      "old one, which stays until it is forgotten. Then only the id tells them apart.\n"
+      "A terminal is \"enrolled\" from the moment its code is claimed, even if its device never\n"
+      "fetches the token; then it never checks in: revoke or forget it.\n"
       "Exit status: 0 done, 1 refused, 2 wrong usage, 3 the portal was not reached.");
   addServe();
   addCodes();
   addTerminals();
   addSignIn();
-  addPolicy("power", "Set or remove a terminal's power policy");
-  addPolicy("updates", "Set or remove a terminal's update policy");
+  addPolicy("power", "Set a terminal's power policy, or send none", kPowerHelp);
+  addPolicy("updates", "Set a terminal's update policy, or send none", kUpdatesHelp);
   addMisbehave();
 }
 
@@ -122,14 +149,17 @@ void CommandLine::addServe() {
       ->check(port);
   serve->add_option_function<std::string>(
       "--record", [this](const std::string& path) { _given.serve.record = path; },
-      "Append every exchange to this file, one JSON line each");
+      "Append every exchange to this file, one JSON line each, tokens and passwords replaced; the "
+      "file becomes its owner's alone");
 }
 
 void CommandLine::addCodes() {
   add("codes", "List the pairing codes", [](const Commands& commands) { return commands.codes(); });
-  CLI::App* const claim =
-      add("claim", "Make a terminal of the device that shows this code",
-          [this](const Commands& commands) { return commands.claim(_given.code, _given.text); });
+  CLI::App* const claim = add(
+      "claim",
+      "Make a terminal of the device that shows this code; always a new one, even if the device "
+      "was a terminal before",
+      [this](const Commands& commands) { return commands.claim(_given.code, _given.text); });
   claim->add_option("CODE", _given.code, "The code")->required();
   claim->add_option("--name", _given.text, "The terminal's name; its host name otherwise");
   CLI::App* const expire =
@@ -153,12 +183,20 @@ void CommandLine::addTerminals() {
                  })
       ->add_option("NAME", _given.text, "The name")
       ->required();
-  addForTerminal("exit-password", "Set the password that leaves kiosk mode",
-                 [this](const Commands& commands) {
-                   return commands.change(_given.terminal, {{"exitPassword", *_given.text}});
-                 })
-      ->add_option("PASSWORD", _given.text, "The password")
-      ->required();
+  addExitPassword();
+}
+
+void CommandLine::addExitPassword() {
+  addForTerminal(
+      "exit-password",
+      "Set the maintenance password, which leaves kiosk mode; it is read from standard input, "
+      "on a terminal without echo",
+      [this](const Commands& commands) { return commands.exitPassword(_given.terminal); })
+      ->add_option("INPUT", _given.text, "\"-\" or nothing: standard input")
+      ->check([](const std::string& text) -> std::string {
+        if (text == "-") return "";
+        return "a password on the command line can be seen by others; give it on standard input";
+      });
 }
 
 void CommandLine::addSignIn() {
@@ -179,7 +217,8 @@ void CommandLine::addSignIn() {
   command->add_flag("--no-hosts", _given.noHosts, "Remove the further hosts")->excludes(hosts);
 }
 
-void CommandLine::addPolicy(const std::string& kind, const std::string& what) {
+void CommandLine::addPolicy(const std::string& kind, const std::string& what,
+                            const std::string& help) {
   CLI::App* const command = addForTerminal(
       kind, what, [this, kind](const Commands& commands) { return setPolicy(commands, kind); });
   CLI::Option* const policy =
@@ -187,13 +226,16 @@ void CommandLine::addPolicy(const std::string& kind, const std::string& what) {
   CLI::Option* const source = command->add_option("--source", _given.source,
                                                   "Where it comes from: device, tenant or default");
   command->add_flag("--raw", _given.raw, "Let invalid values pass");
-  command->add_flag("--none", _given.none, "Remove the policy and its source")
+  command
+      ->add_flag("--none", _given.none,
+                 "Send the policy and its source no more; the terminal keeps those it has")
       ->excludes(policy)
       ->excludes(source);
   command->parse_complete_callback([this] {
     if (!_given.policy && !_given.source && !_given.none)
       throw CLI::RequiredError("JSON, --source or --none");
   });
+  command->footer(help + "\n" + _app.get_footer());
 }
 
 int CommandLine::setPolicy(const Commands& commands, const std::string& kind) const {

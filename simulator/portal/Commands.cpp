@@ -1,19 +1,40 @@
 #include "simulator/portal/Commands.h"
 
+#include <algorithm>
 #include <cctype>
 #include <iomanip>
 #include <iostream>
 
 #include "simulator/portal/JsonText.h"
+#include "simulator/portal/PasswordInput.h"
+#include "simulator/portal/Printable.h"
 
 namespace portal {
 namespace {
 
+/// "-" for what is not there, in whatever kind of answer.
 std::string Cell(const Json& record, const char* key) {
-  const Json value = record.value(key, Json());
-  if (value.is_null()) return "-";
-  return value.is_string() ? value.get<std::string>() : JsonText(value);
+  if (!record.is_object() || !record.contains(key) || record[key].is_null()) return "-";
+  const Json& value = record[key];
+  return Printable(value.is_string() ? value.get<std::string>() : JsonText(value));
 }
+
+bool IsObject(const Json& value) { return value.is_object(); }
+
+/// As much of a terminal's record as is relied on here.
+bool HasIdAndName(const Json& value) {
+  return value.is_object() && value.contains("id") && value["id"].is_string() &&
+         value.contains("name") && value["name"].is_string();
+}
+
+bool IsListOf(const Json& value, const char* key, Shape shape) {
+  return value.is_object() && value.contains(key) && value[key].is_array() &&
+         std::all_of(value[key].begin(), value[key].end(), shape);
+}
+
+bool AreTerminals(const Json& value) { return IsListOf(value, "terminals", HasIdAndName); }
+
+bool AreCodes(const Json& value) { return IsListOf(value, "codes", IsObject); }
 
 void PrintTerminals(const Json& body) {
   std::cout << std::left << std::setw(18) << "ID" << std::setw(10) << "STATUS" << std::setw(22)
@@ -37,7 +58,7 @@ void PrintCodes(const Json& body) {
 
 void PrintRecord(const Json& body) {
   for (const auto& [key, value] : body.items())
-    std::cout << std::left << std::setw(16) << key << Cell(body, key.c_str()) << "\n";
+    std::cout << std::left << std::setw(16) << Printable(key) << Cell(body, key.c_str()) << "\n";
 }
 
 void PrintClaimed(const Json& body) {
@@ -77,6 +98,7 @@ std::string CodePath(const std::string& code, const char* action) {
   return "/api/admin/codes/" + Encode(NormaliseCode(code)) + "/" + action;
 }
 
+/// @param text not empty, or it would begin every id
 bool Means(const std::string& text, const Json& terminal) {
   return text == "-" || terminal["name"] == text ||
          terminal["id"].get_ref<const std::string&>().starts_with(text);
@@ -84,32 +106,42 @@ bool Means(const std::string& text, const Json& terminal) {
 
 }  // namespace
 
-int Commands::terminals() const {
-  return ask("GET", "/api/admin/terminals", nullptr, PrintTerminals);
-}
+const Commands::Kind Commands::kTerminals{AreTerminals, PrintTerminals};
+const Commands::Kind Commands::kCodes{AreCodes, PrintCodes};
+const Commands::Kind Commands::kRecord{IsObject, PrintRecord};
+const Commands::Kind Commands::kClaimed{HasIdAndName, PrintClaimed};
+const Commands::Kind Commands::kDone{IsObject, PrintDone};
 
-int Commands::codes() const { return ask("GET", "/api/admin/codes", nullptr, PrintCodes); }
+int Commands::terminals() const { return ask("GET", "/api/admin/terminals", nullptr, kTerminals); }
+
+int Commands::codes() const { return ask("GET", "/api/admin/codes", nullptr, kCodes); }
 
 int Commands::show(const std::string& terminal) const {
   int status = kOk;
   const std::optional<Json> found = find(terminal, status);
-  return found ? report(PortalAnswer{200, *found}, PrintRecord) : status;
+  return found ? report(PortalAnswer{200, *found}, kRecord) : status;
 }
 
 int Commands::claim(const std::string& code, const std::optional<std::string>& name) const {
   const Json body = name ? Json{{"name", *name}} : Json::object();
-  return ask("POST", CodePath(code, "claim"), body, PrintClaimed);
+  return ask("POST", CodePath(code, "claim"), body, kClaimed);
 }
 
 int Commands::expire(const std::string& code) const {
-  return ask("POST", CodePath(code, "expire"), nullptr, PrintDone);
+  return ask("POST", CodePath(code, "expire"), nullptr, kDone);
 }
 
 int Commands::change(const std::string& terminal, const Json& change, bool raw) const {
   int status = kOk;
   const std::optional<Json> found = find(terminal, status);
   if (!found) return status;
-  return ask("PATCH", TerminalPath(*found) + (raw ? "/raw" : ""), change, PrintDone);
+  return ask("PATCH", TerminalPath(*found) + (raw ? "/raw" : ""), change, kDone);
+}
+
+int Commands::exitPassword(const std::string& terminal) const {
+  std::string problem;
+  const std::optional<std::string> password = ReadPassword(problem);
+  return password ? change(terminal, {{"exitPassword", *password}}) : fail(kRefused, problem);
 }
 
 int Commands::signIn(const std::string& terminal, const std::optional<bool>& microsoft,
@@ -118,49 +150,50 @@ int Commands::signIn(const std::string& terminal, const std::optional<bool>& mic
   int status = kOk;
   const std::optional<Json> found = find(terminal, status);
   if (!found) return status;
-  Json options = found->value("signIn", Json());
+  Json options = found->contains("signIn") ? (*found)["signIn"] : Json();
   if (!options.is_object())
     return fail(kRefused, "the terminal's sign-in options are not an object; set them anew");
   if (microsoft) options["microsoft"] = *microsoft;
   if (email) options["email"] = *email;
   if (hosts) options["extraHosts"] = *hosts;
-  return ask("PATCH", TerminalPath(*found), {{"signIn", options}}, PrintDone);
+  return ask("PATCH", TerminalPath(*found), {{"signIn", options}}, kDone);
 }
 
 int Commands::revoke(const std::string& terminal) const {
   int status = kOk;
   const std::optional<Json> found = find(terminal, status);
-  return found ? ask("POST", TerminalPath(*found) + "/revoke", nullptr, PrintDone) : status;
+  return found ? ask("POST", TerminalPath(*found) + "/revoke", nullptr, kDone) : status;
 }
 
 int Commands::forget(const std::string& terminal) const {
   int status = kOk;
   const std::optional<Json> found = find(terminal, status);
-  return found ? ask("DELETE", TerminalPath(*found), nullptr, PrintDone) : status;
+  return found ? ask("DELETE", TerminalPath(*found), nullptr, kDone) : status;
 }
 
 int Commands::misbehave(const Json& settings) const {
-  return ask("PUT", "/api/admin/misbehaviour", settings, PrintRecord);
+  return ask("PUT", "/api/admin/misbehaviour", settings, kRecord);
 }
 
 int Commands::showMisbehaviour() const {
-  return ask("GET", "/api/admin/misbehaviour", nullptr, PrintRecord);
+  return ask("GET", "/api/admin/misbehaviour", nullptr, kRecord);
 }
 
 int Commands::ask(const std::string& method, const std::string& path, const Json& body,
-                  Print print) const {
-  return report(AskPortal(_dir, method, path, body), print);
+                  const Kind& kind) const {
+  return report(AskPortal(_dir, method, path, body), kind);
 }
 
-int Commands::report(const std::optional<PortalAnswer>& answer, Print print) const {
+int Commands::report(const std::optional<PortalAnswer>& answer, const Kind& kind) const {
   if (!answer) return fail(kNotReached, "no portal answers for " + _dir.string());
   if (!answer->success())
     return fail(kRefused,
                 Cell(answer->body, "error") + " (HTTP " + std::to_string(answer->status) + ")");
+  if (!kind.shape(answer->body)) return fail(kRefused, "the portal's answer makes no sense");
   if (_json)
     std::cout << JsonText(answer->body) << "\n";
   else
-    print(answer->body);
+    kind.print(answer->body);
   return kOk;
 }
 
@@ -171,9 +204,13 @@ int Commands::fail(ExitStatus status, const std::string& problem) const {
 }
 
 std::optional<Json> Commands::find(const std::string& terminal, int& status) const {
+  if (terminal.empty()) {
+    status = fail(kRefused, "an empty ID means no terminal");
+    return std::nullopt;
+  }
   const std::optional<PortalAnswer> answer = AskPortal(_dir, "GET", "/api/admin/terminals");
-  if (!answer || !answer->success()) {
-    status = report(answer, PrintDone);
+  if (!answer || !answer->success() || !AreTerminals(answer->body)) {
+    status = report(answer, kTerminals);
     return std::nullopt;
   }
   std::vector<Json> meant;
@@ -182,9 +219,9 @@ std::optional<Json> Commands::find(const std::string& terminal, int& status) con
     if (Means(terminal, candidate)) meant.push_back(candidate);
   }
   if (meant.size() == 1) return meant.front();
-  status = fail(kRefused, (meant.empty() ? "no terminal is meant by \""
-                                         : "more than one terminal is meant by \"") +
-                              terminal + "\"");
+  status = fail(kRefused, meant.empty() ? "no terminal is meant by \"" + terminal + "\""
+                                        : "more than one terminal is meant by \"" + terminal +
+                                              "\"; use the id that \"terminals\" shows");
   return std::nullopt;
 }
 

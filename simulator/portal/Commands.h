@@ -8,6 +8,7 @@
 
 #include "platform/Json.h"
 #include "simulator/portal/PortalConnection.h"
+#include "simulator/portal/Shapes.h"
 
 namespace portal {
 
@@ -30,6 +31,8 @@ class Commands {
   /// @param change the body of the PATCH
   /// @param raw let invalid values pass
   int change(const std::string& terminal, const Json& change, bool raw = false) const;
+  /// Reads the password from standard input.
+  int exitPassword(const std::string& terminal) const;
   /// @param hosts replaces the extra hosts
   int signIn(const std::string& terminal, const std::optional<bool>& microsoft,
              const std::optional<bool>& email,
@@ -40,11 +43,21 @@ class Commands {
   int showMisbehaviour() const;
 
  private:
-  using Print = void (*)(const Json& body);
+  /// How an answer is looked at and, for people, printed.
+  struct Kind {
+    Shape shape;
+    void (*print)(const Json& body);
+  };
+  static const Kind kTerminals;
+  static const Kind kCodes;
+  static const Kind kRecord;
+  static const Kind kClaimed;
+  static const Kind kDone;
 
-  /// Sends the request and prints the answer; `print` is for people.
-  int ask(const std::string& method, const std::string& path, const Json& body, Print print) const;
-  int report(const std::optional<PortalAnswer>& answer, Print print) const;
+  /// Sends the request and prints the answer.
+  int ask(const std::string& method, const std::string& path, const Json& body,
+          const Kind& kind) const;
+  int report(const std::optional<PortalAnswer>& answer, const Kind& kind) const;
   int fail(ExitStatus status, const std::string& problem) const;
 
   /// Finds the terminal that the user means: by name, id, the beginning of its id, or "-" for the

@@ -20,8 +20,7 @@ HttpResponse Refuse(const char* status) {
   return response;
 }
 
-Json* FindByToken(State& state, const std::string& token) {
-  const std::string digest = Sha256Hex(token);
+Json* FindByToken(State& state, const std::string& digest) {
   for (Json& terminal : state.terminals) {
     if (terminal.contains("tokenDigest") &&
         SameSecret(terminal["tokenDigest"].get_ref<const std::string&>(), digest)) {
@@ -42,8 +41,8 @@ HttpResponse Enrolled(const Json& terminal) {
   return response;
 }
 
-HttpResponse CheckIn(State& state, const std::string& token, const std::optional<Json>& report) {
-  Json* const terminal = FindByToken(state, token);
+HttpResponse CheckIn(State& state, const std::string& digest, const std::optional<Json>& report) {
+  Json* const terminal = FindByToken(state, digest);
   if (terminal == nullptr) return Refuse("unknown");
   if ((*terminal)["status"] == "revoked") return Refuse("revoked");
   if (!report || !IsCheckInRequest(*report)) return ErrorResponse(400, "bad_request");
@@ -127,9 +126,11 @@ HttpResponse DeviceInterface::pair(const HttpRequest& request) {
 }
 
 HttpResponse DeviceInterface::checkIn(const HttpRequest& request) {
-  const std::string token = BearerToken(request);
+  // To be told that its token is unknown would cost the terminal its kiosk in the end.
+  const std::optional<std::string> digest = Sha256Hex(BearerToken(request));
+  if (!digest) return ErrorResponse(500, "internal");
   const std::optional<Json> report = ParseJson(request.body);
-  return _store.run([&](State& state) { return CheckIn(state, token, report); });
+  return _store.run([&](State& state) { return CheckIn(state, *digest, report); });
 }
 
 }  // namespace portal

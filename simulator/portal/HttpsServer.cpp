@@ -7,14 +7,17 @@
 #include <openssl/ssl.h>
 #include <sys/socket.h>
 
+#include <atomic>
 #include <mutex>
 #include <optional>
+#include <system_error>
 #include <thread>
 #include <utility>
 
 #include "simulator/portal/Connections.h"
 #include "simulator/portal/Files.h"
 #include "simulator/portal/Limits.h"
+#include "simulator/portal/Workers.h"
 
 namespace portal {
 namespace {
@@ -35,6 +38,16 @@ sockaddr_in Loopback(int port) {
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   return address;
 }
+
+/// The library's own queue has no end.
+class BoundedQueue : public httplib::TaskQueue {
+ public:
+  void enqueue(std::function<void()> job) override { _workers.add(std::move(job)); }
+  void shutdown() override { _workers.end(); }
+
+ private:
+  Workers _workers{kMaxConnections, kMaxWaitingConnections};
+};
 
 HttpRequest Convert(const httplib::Request& request) {
   // The library passes the peer's address as if the peer had sent these.
@@ -75,7 +88,7 @@ void Convert(const HttpResponse& from, httplib::Response& to) {
 }
 
 /// Reads the body; what exceeds the limit is read as well, but not kept, so that the connection
-/// stays usable.
+/// stays usable. `Connections` ends one whose body has no end.
 /// @return nothing when it did not arrive whole
 std::optional<std::string> ReadBody(const httplib::Request& request,
                                     const httplib::ContentReader& reader) {
@@ -95,7 +108,7 @@ std::optional<std::string> ReadBody(const httplib::Request& request,
 
 class HttpsServer::Impl {
  public:
-  Impl(Handler handler, Identify identify);
+  Impl(Handler handler, Identify identify, const Patience& patience);
 
   bool reserve(int port);
   bool accept();
@@ -107,10 +120,12 @@ class HttpsServer::Impl {
  private:
   bool setUp(SSL_CTX& context);
   static int showCertificate(SSL* connection, void* self);
-  void configure();
-  void answer(const HttpRequest& request, httplib::Response& response) const;
+  void configure(const Patience& patience);
+  void answer(const HttpRequest& request, httplib::Response& response);
   void answerWithBody(const httplib::Request& request, httplib::Response& response,
-                      const httplib::ContentReader& reader) const;
+                      const httplib::ContentReader& reader);
+  void listen();
+  void join();
 
   const Handler _handler;
   const Identify _identify;
@@ -118,13 +133,15 @@ class HttpsServer::Impl {
   std::mutex _mutex;  ///< guards the members below
   Descriptor _reservation;
   std::thread _thread;
+  std::atomic<bool> _ended = false;  ///< the thread has nothing more to do
 };
 
-HttpsServer::Impl::Impl(Handler handler, Identify identify)
-    : _handler(std::move(handler)),
+HttpsServer::Impl::Impl(Handler handler, Identify identify, const Patience& patience)
+    : connections(patience.idle + patience.request),
+      _handler(std::move(handler)),
       _identify(std::move(identify)),
       _server([this](SSL_CTX& context) { return setUp(context); }) {
-  configure();
+  configure(patience);
 }
 
 bool HttpsServer::Impl::setUp(SSL_CTX& context) {
@@ -146,12 +163,13 @@ int HttpsServer::Impl::showCertificate(SSL* connection, void* self) {
              : 0;
 }
 
-void HttpsServer::Impl::configure() {
-  _server.new_task_queue = [] { return new httplib::ThreadPool(kMaxConnections); };
+void HttpsServer::Impl::configure(const Patience& patience) {
+  _server.new_task_queue = [] { return new BoundedQueue; };
   _server.set_socket_options(&AllowReuse);
   _server.set_tcp_nodelay(true);
   _server.set_keep_alive_max_count(kMaxRequestsPerConnection);
-  _server.set_keep_alive_timeout(kIdleTimeout.count());
+  _server.set_keep_alive_timeout(
+      std::chrono::duration_cast<std::chrono::seconds>(patience.idle).count());
   _server.set_read_timeout(kTransferTimeout.count());
   _server.set_write_timeout(kTransferTimeout.count());
   const auto withoutBody = [this](const httplib::Request& request, httplib::Response& response) {
@@ -174,12 +192,13 @@ void HttpsServer::Impl::configure() {
       });
 }
 
-void HttpsServer::Impl::answer(const HttpRequest& request, httplib::Response& response) const {
+void HttpsServer::Impl::answer(const HttpRequest& request, httplib::Response& response) {
+  const Connections::Answering answering(connections);
   Convert(_handler(request), response);
 }
 
 void HttpsServer::Impl::answerWithBody(const httplib::Request& request, httplib::Response& response,
-                                       const httplib::ContentReader& reader) const {
+                                       const httplib::ContentReader& reader) {
   std::optional<std::string> body = ReadBody(request, reader);
   if (!body) return Convert(ErrorResponse(400, "bad_request"), response);
   HttpRequest converted = Convert(request);
@@ -204,24 +223,42 @@ bool HttpsServer::Impl::reserve(int wanted) {
 
 bool HttpsServer::Impl::accept() {
   const std::lock_guard lock(_mutex);
-  if (_thread.joinable()) return true;
+  if (_thread.joinable() && !_ended) return true;
+  join();
   if (!_server.is_valid() || !_server.bind_to_port(kHost, port)) return false;
-  _thread = std::thread([this] { _server.listen_after_bind(); });
+  connections.admit();
+  _ended = false;
+  _thread = std::thread([this] { listen(); });
   // The library ignores a stop that comes before its loop runs; it offers nothing to wait on.
-  while (!_server.is_running()) std::this_thread::yield();
-  return true;
+  while (!_server.is_running() && !_ended) std::this_thread::yield();
+  if (_ended) join();
+  return _thread.joinable();
+}
+
+/// The loop may end at once, when the system has no more threads or takes the socket back.
+void HttpsServer::Impl::listen() {
+  try {
+    _server.listen_after_bind();
+  } catch (const std::system_error&) {
+    _server.stop();
+  }
+  _ended = true;
+}
+
+void HttpsServer::Impl::join() {
+  if (_thread.joinable()) _thread.join();
 }
 
 void HttpsServer::Impl::refuse() {
   const std::lock_guard lock(_mutex);
   if (!_thread.joinable()) return;
   _server.stop();
-  connections.drop();
-  _thread.join();
+  connections.refuse();
+  join();
 }
 
-HttpsServer::HttpsServer(Handler handler, Identify identify)
-    : _impl(std::make_unique<Impl>(std::move(handler), std::move(identify))) {}
+HttpsServer::HttpsServer(Handler handler, Identify identify, const Patience& patience)
+    : _impl(std::make_unique<Impl>(std::move(handler), std::move(identify), patience)) {}
 
 HttpsServer::~HttpsServer() { refuse(); }
 

@@ -1,14 +1,22 @@
 // An HTTPS server on the loopback interface.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
 
 #include "simulator/portal/Certificates.h"
 #include "simulator/portal/Http.h"
+#include "simulator/portal/Limits.h"
 
 namespace portal {
+
+/// How long a server waits for its peers.
+struct Patience {
+  std::chrono::milliseconds idle = kIdleTimeout;        ///< between requests, in whole seconds
+  std::chrono::milliseconds request = kRequestTimeout;  ///< for a whole request, from then on
+};
 
 /// Serves 127.0.0.1 on one port, which stays reserved as long as the object lives, whether it
 /// accepts connections or not. Methods may be called on any thread but one of its own handlers'.
@@ -19,7 +27,7 @@ class HttpsServer {
   /// Chooses what a new connection is shown; called on many threads at a time.
   using Identify = std::function<Identity()>;
 
-  HttpsServer(Handler handler, Identify identify);
+  HttpsServer(Handler handler, Identify identify, const Patience& patience = {});
   ~HttpsServer();
   HttpsServer(const HttpsServer&) = delete;
   HttpsServer& operator=(const HttpsServer&) = delete;

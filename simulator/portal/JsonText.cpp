@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "simulator/portal/Limits.h"
-
 namespace portal {
 namespace {
 
@@ -29,8 +27,8 @@ std::size_t Depth(std::string_view text) {
 
 }  // namespace
 
-std::optional<Json> ParseJson(std::string_view text) {
-  if (Depth(text) > kMaxJsonDepth) return std::nullopt;
+std::optional<Json> ParseJson(std::string_view text, std::size_t maxDepth) {
+  if (Depth(text) > maxDepth) return std::nullopt;
   Json value = Json::parse(text, nullptr, false);
   if (value.is_discarded()) return std::nullopt;
   return value;

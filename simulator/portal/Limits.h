@@ -8,18 +8,27 @@ namespace portal {
 
 /// Bytes of a request body.
 inline constexpr std::size_t kMaxBody = std::size_t{64} << 10;
-/// Nesting levels of a JSON body.
+/// Bytes of a whole request as they come over the wire, handshake, head and what a body has too
+/// much included; whoever sends more is cut off.
+inline constexpr std::size_t kMaxRequestBytes = std::size_t{1} << 20;
+/// Nesting levels of the JSON body of a request.
 inline constexpr std::size_t kMaxJsonDepth = 64;
+/// Nesting levels of the JSON body of an answer: what a request brought, within a list of records.
+inline constexpr std::size_t kMaxAnswerDepth = kMaxJsonDepth + 4;
 /// Pairing codes kept, in whatever state.
 inline constexpr std::size_t kMaxCodes = 1000;
 /// Connections of one interface served at a time; each holds a thread while it is kept alive.
 inline constexpr std::size_t kMaxConnections = 64;
+/// Accepted connections that wait for such a thread; more of them stay in the system's backlog.
+inline constexpr std::size_t kMaxWaitingConnections = 64;
 /// Requests on one connection.
 inline constexpr std::size_t kMaxRequestsPerConnection = 10000;
-/// How long a connection may be idle before it is closed.
-inline constexpr std::chrono::seconds kIdleTimeout{120};
-/// How long a read or write of one connection may take.
+/// How long a connection may be idle before it is closed; terminals check in every 30 seconds.
+inline constexpr std::chrono::seconds kIdleTimeout{45};
+/// How long one read or write of a connection may take.
 inline constexpr std::chrono::seconds kTransferTimeout{10};
+/// How long a whole request may take to arrive, however steadily it does.
+inline constexpr std::chrono::seconds kRequestTimeout{30};
 
 /// Characters of a host name that a terminal tells.
 inline constexpr std::size_t kMaxHostname = 255;
@@ -35,7 +44,7 @@ inline constexpr std::size_t kMaxExitPassword = 256;
 inline constexpr std::size_t kMaxSignInHost = 253;
 /// Host names of the sign-in options.
 inline constexpr std::size_t kMaxSignInHosts = 10;
-/// Bytes of the portal's own file.
+/// Bytes of the portal's own file; a change that would need more is refused.
 inline constexpr std::size_t kMaxStoredBytes = std::size_t{256} << 20;
 /// Milliseconds that a misbehaving portal may delay its answer.
 inline constexpr int kMaxDelayMs = 600'000;

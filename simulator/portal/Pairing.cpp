@@ -28,8 +28,9 @@ bool MakeRoom(Json& codes, std::int64_t now) {
 HttpResponse HandOutToken(State& state, Json& code) {
   const auto terminal = state.terminals.find(code["terminal"].get_ref<const std::string&>());
   const std::optional<std::string> token = RandomHex(kTokenBytes);
-  if (terminal == state.terminals.end() || !token) return ErrorResponse(500, "internal");
-  (*terminal)["tokenDigest"] = Sha256Hex(*token);
+  const std::optional<std::string> digest = token ? Sha256Hex(*token) : std::nullopt;
+  if (terminal == state.terminals.end() || !digest) return ErrorResponse(500, "internal");
+  (*terminal)["tokenDigest"] = *digest;
   code["collected"] = true;
   return JsonResponse(200, {{"deviceToken", *token}});
 }
@@ -117,6 +118,7 @@ Json CodeRecord(const std::string& code, const Json& record, std::int64_t now) {
 Json TerminalRecord(const std::string& id, const Json& terminal) {
   Json shown = terminal;
   shown.erase("tokenDigest");
+  shown["exitPasswordSet"] = shown.erase("exitPassword") > 0;
   shown["id"] = id;
   for (const char* key : {"pairedAt", "lastCheckInAt"})
     if (!shown[key].is_null()) shown[key] = IsoTime(shown[key].get<std::int64_t>());

@@ -34,7 +34,8 @@ HttpResponse ExpireCode(State& state, const std::string& code, std::int64_t now)
 /// The record of a code that the administrator sees.
 Json CodeRecord(const std::string& code, const Json& record, std::int64_t now);
 
-/// The record of a terminal that the administrator sees.
+/// The record of a terminal that the administrator sees: without secrets, but it says whether there
+/// is a password.
 Json TerminalRecord(const std::string& id, const Json& terminal);
 
 /// A terminal's name when the administrator gave none.

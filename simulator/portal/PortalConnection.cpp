@@ -33,7 +33,8 @@ std::optional<PortalAnswer> AskPortal(const std::filesystem::path& dir, const st
   HttpsClient client(Text(*ready, "adminUrl"), dir / "ca.pem");
   const std::optional<HttpResponse> response = client.send(request);
   if (!response) return std::nullopt;
-  return PortalAnswer{response->status, ParseJson(response->body).value_or(Json())};
+  return PortalAnswer{response->status,
+                      ParseJson(response->body, kMaxAnswerDepth).value_or(Json())};
 }
 
 }  // namespace portal

@@ -12,7 +12,7 @@ namespace portal {
 /// What the portal answered.
 struct PortalAnswer {
   int status = 0;
-  Json body;
+  Json body;  ///< null when it was not JSON
 
   bool success() const { return status >= 200 && status < 300; }
 };

@@ -9,10 +9,12 @@
 
 namespace portal {
 
-/// Appends exchanges to a file; records nothing until it is opened.
+/// Appends exchanges to a file; records nothing until it is opened. Tokens and passwords are
+/// replaced by something of their shape, and bodies that are not JSON are only mentioned.
 class Recorder {
  public:
-  /// Opens the file, which is made when it does not exist.
+  /// Opens the file, which is made when it does not exist, and takes it away from everybody but its
+  /// owner.
   /// @return false when that failed
   bool open(const std::filesystem::path& path);
 

@@ -42,9 +42,11 @@ std::optional<std::string> RandomPairingCode() {
   return code;
 }
 
-std::string Sha256Hex(std::string_view text) {
+std::optional<std::string> Sha256Hex(std::string_view text) {
   std::array<unsigned char, SHA256_DIGEST_LENGTH> digest{};
-  EVP_Q_digest(nullptr, "SHA256", nullptr, text.data(), text.size(), digest.data(), nullptr);
+  if (EVP_Q_digest(nullptr, "SHA256", nullptr, text.data(), text.size(), digest.data(), nullptr) !=
+      1)
+    return std::nullopt;
   return Hex(digest);
 }
 

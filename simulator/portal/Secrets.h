@@ -17,7 +17,8 @@ std::optional<std::string> RandomHex(std::size_t bytes);
 std::optional<std::string> RandomPairingCode();
 
 /// SHA-256 of `text` as lower-case hexadecimal digits.
-std::string Sha256Hex(std::string_view text);
+/// @return nothing when OpenSSL fails
+std::optional<std::string> Sha256Hex(std::string_view text);
 
 /// Compares secrets in a time that does not depend on where they differ.
 bool SameSecret(std::string_view one, std::string_view other);

@@ -1,6 +1,7 @@
 #include "simulator/portal/Shapes.h"
 
 #include <algorithm>
+#include <cmath>
 #include <map>
 #include <string>
 #include <string_view>
@@ -73,9 +74,8 @@ bool IsClock(const Json& value) {
          text[2] == ':' && digit(3, '5') && digit(4, '9');
 }
 
-template <std::size_t least>
 bool IsDays(const Json& value) {
-  return value.is_array() && value.size() >= least && value.size() <= 7 &&
+  return value.is_array() && value.size() <= 7 &&
          std::all_of(value.begin(), value.end(), IsInteger<0, 6>);
 }
 
@@ -103,17 +103,52 @@ bool IsHosts(const Json& value) {
          std::all_of(value.begin(), value.end(), IsHost);
 }
 
+/// The member `key` of a policy, or of a part of one; null when there is none.
+const Json& Member(const Json& object, const char* key) {
+  static const Json kNothing;
+  const auto found = object.find(key);
+  return found == object.end() ? kNothing : *found;
+}
+
+/// A whole number, in whatever notation: terminals take 3.0 for 3.
+template <int least, int most>
+bool IsWhole(const Json& value) {
+  if (!value.is_number_float()) return IsInteger<least, most>(value);
+  const double number = value.get<double>();
+  return number == std::floor(number) && number >= least && number <= most;
+}
+
+bool IsMinutes(const Json& value) { return IsWhole<0, 240>(value); }
+
+bool IsPolicyDays(const Json& value) {
+  return value.is_array() && value.size() <= 7 &&
+         std::all_of(value.begin(), value.end(), IsWhole<0, 6>);
+}
+
+std::string_view TimeOr(const Json& time, std::string_view fallback) {
+  return time.is_null() ? fallback : time.get_ref<const std::string&>();
+}
+
+/// An enabled schedule has a day, and a time to sleep that is not the time to wake. What it leaves
+/// out is what terminals take instead.
+bool MakesSense(const Json& schedule) {
+  if (Member(schedule, "enabled") != true) return true;
+  const Json& days = Member(schedule, "days");
+  if (days.is_array() && days.empty()) return false;
+  return TimeOr(Member(schedule, "sleepAt"), "22:00") !=
+         TimeOr(Member(schedule, "wakeAt"), "07:00");
+}
+
 bool IsSchedule(const Json& value) {
-  return IsObjectOf(value, {{"enabled", IsBoolean, Presence::kOptional},
-                            {"sleepAt", IsClock, Presence::kOptional},
-                            {"wakeAt", IsClock, Presence::kOptional},
-                            {"days", IsDays<0>, Presence::kOptional}});
+  return value.is_object() && IsNullOr<IsBoolean>(Member(value, "enabled")) &&
+         IsNullOr<IsClock>(Member(value, "sleepAt")) &&
+         IsNullOr<IsClock>(Member(value, "wakeAt")) &&
+         IsNullOr<IsPolicyDays>(Member(value, "days")) && MakesSense(value);
 }
 
 bool IsReportedSchedule(const Json& value) {
   return IsObjectOf(
-      value,
-      {{"enabled", IsBoolean}, {"sleepAt", IsClock}, {"wakeAt", IsClock}, {"days", IsDays<0>}});
+      value, {{"enabled", IsBoolean}, {"sleepAt", IsClock}, {"wakeAt", IsClock}, {"days", IsDays}});
 }
 
 /// A terminal reports its policy with every default filled in.
@@ -124,7 +159,10 @@ bool IsReportedPowerPolicy(const Json& value) {
 }
 
 bool IsWindow(const Json& value) {
-  return IsObjectOf(value, {{"start", IsClock}, {"end", IsClock}, {"days", IsDays<1>}});
+  if (!value.is_object()) return false;
+  const Json& days = Member(value, "days");
+  return IsClock(Member(value, "start")) && IsClock(Member(value, "end")) &&
+         (days.is_null() || (IsPolicyDays(days) && !days.empty()));
 }
 
 bool IsEnrolled(const Json& value) { return value == "enrolled"; }
@@ -200,14 +238,14 @@ bool IsSignIn(const Json& value) {
 bool IsExitPassword(const Json& value) { return IsText<1, kMaxExitPassword>(value); }
 
 bool IsPowerPolicy(const Json& value) {
-  return IsObjectOf(value, {{"screenOffMinutes", IsInteger<0, 240>},
-                            {"sleepMinutes", IsInteger<0, 240>},
-                            {"schedule", IsSchedule, Presence::kOptional}});
+  return value.is_object() && IsMinutes(Member(value, "screenOffMinutes")) &&
+         IsMinutes(Member(value, "sleepMinutes")) &&
+         IsNullOr<IsSchedule>(Member(value, "schedule"));
 }
 
 bool IsUpdatesPolicy(const Json& value) {
-  return IsObjectOf(value, {{"automatic", IsBoolean, Presence::kOptional},
-                            {"window", IsWindow, Presence::kOptional}});
+  return value.is_object() && IsNullOr<IsBoolean>(Member(value, "automatic")) &&
+         IsNullOr<IsWindow>(Member(value, "window"));
 }
 
 bool IsSource(const Json& value) {

@@ -27,10 +27,13 @@ bool IsSignIn(const Json& value);
 /// The password that leaves kiosk mode.
 bool IsExitPassword(const Json& value);
 
-/// A power policy; the schedule and each of its keys may be absent.
+/// A power policy that terminals accept: the schedule and each of its keys may be absent or null,
+/// an enabled schedule has a day and two different times (counting those that it leaves out), and
+/// whatever other keys there are do not matter.
 bool IsPowerPolicy(const Json& value);
 
-/// An update policy; each key may be absent.
+/// An update policy that terminals accept: each key may be absent or null, but a window has "start"
+/// and "end", its days are not empty, and whatever other keys there are do not matter.
 bool IsUpdatesPolicy(const Json& value);
 
 /// Where a policy comes from: "device", "tenant" or "default".

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "simulator/portal/Files.h"
-#include "simulator/portal/Limits.h"
+#include "simulator/portal/JsonText.h"
 #include "simulator/portal/Shapes.h"
 
 namespace portal {
@@ -58,21 +58,22 @@ std::optional<State> Parse(const std::string& text) {
 
 std::string Text(const State& state) {
   const Json document = {{"version", 1}, {"terminals", state.terminals}, {"codes", state.codes}};
-  return document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  return JsonText(document) + "\n";
 }
 
 }  // namespace
 
-Store::Store(std::filesystem::path path, State state)
-    : _path(std::move(path)), _state(std::move(state)) {}
+Store::Store(std::filesystem::path path, std::size_t limit, State state)
+    : _path(std::move(path)), _limit(limit), _state(std::move(state)) {}
 
-std::unique_ptr<Store> Store::open(const std::filesystem::path& path, std::string& problem) {
+std::unique_ptr<Store> Store::open(const std::filesystem::path& path, std::string& problem,
+                                   std::size_t limit) {
   std::error_code error;
   if (!std::filesystem::exists(path, error) && !error)
-    return std::unique_ptr<Store>(new Store(path, {}));
-  const std::optional<std::string> text = ReadFile(path, kMaxStoredBytes);
+    return std::unique_ptr<Store>(new Store(path, limit, {}));
+  const std::optional<std::string> text = ReadFile(path, limit);
   std::optional<State> state = text ? Parse(*text) : std::nullopt;
-  if (state) return std::unique_ptr<Store>(new Store(path, std::move(*state)));
+  if (state) return std::unique_ptr<Store>(new Store(path, limit, std::move(*state)));
   problem = path.string() + (text ? " is not a portal's file" : " cannot be read") +
             "; repair it or move it away";
   return nullptr;
@@ -83,9 +84,14 @@ HttpResponse Store::run(const std::function<HttpResponse(State&)>& step) {
   State next = _state;
   HttpResponse response = step(next);
   if (response.status >= 400 || next == _state) return response;
-  if (!ReplaceFile(_path, Text(next), 0600)) return ErrorResponse(500, "storage");
+  if (!keep(next)) return ErrorResponse(500, "storage");
   _state = std::move(next);
   return response;
+}
+
+bool Store::keep(const State& state) const {
+  const std::string text = Text(state);
+  return text.size() <= _limit && ReplaceFile(_path, text, 0600);
 }
 
 }  // namespace portal

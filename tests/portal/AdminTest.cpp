@@ -56,7 +56,7 @@ TEST_F(AdminInterface, RemovesASettingThatIsSetToNull) {
       admin("PATCH", path, {{"name", nullptr}, {"exitPassword", nullptr}, {"signIn", nullptr}})
           .body;
   EXPECT_EQ(changed["name"], "lobby.local");
-  EXPECT_FALSE(changed.contains("exitPassword"));
+  EXPECT_EQ(changed["exitPasswordSet"], false);
 }
 
 TEST_F(AdminInterface, RefusesInvalidSettingsUnlessToldNotToLook) {
@@ -69,6 +69,9 @@ TEST_F(AdminInterface, RefusesInvalidSettingsUnlessToldNotToLook) {
       {{"power",
         {{"screenOffMinutes", 1}, {"sleepMinutes", 0}, {"schedule", {{"sleepAt", "24:00"}}}}}},
       {{"power", {{"screenOffMinutes", 1}, {"sleepMinutes", 0}, {"schedule", {{"days", {7}}}}}}},
+      {{"power", {{"screenOffMinutes", 1.5}, {"sleepMinutes", 0}}}},
+      {{"updates", {{"automatic", 1}}}},
+      {{"updates", {{"window", {{"start", "02:00"}, {"end", nullptr}}}}}},
       {{"updates", {{"window", {{"start", "02:00"}, {"end", "05:00"}, {"days", Json::array()}}}}}},
       {{"powerSource", "nobody"}},
       {{"signIn", {{"microsoft", 1}, {"email", false}, {"extraHosts", Json::array()}}}},
@@ -82,6 +85,51 @@ TEST_F(AdminInterface, RefusesInvalidSettingsUnlessToldNotToLook) {
   }
   EXPECT_EQ(admin("PATCH", path + "/raw", {{"name", 5}}).status, 400);
   EXPECT_EQ(admin("PATCH", path, {{"status", "revoked"}}).status, 400);
+}
+
+TEST_F(AdminInterface, RefusesAScheduleThatATerminalWouldRefuse) {
+  std::string id;
+  pair(&id);
+  const std::string path = "/api/admin/terminals/" + id;
+  Json schedule = {{"enabled", true}};
+  const auto answer = [&] {
+    const Json power = {{"screenOffMinutes", 1}, {"sleepMinutes", 0}, {"schedule", schedule}};
+    return admin("PATCH", path, {{"power", power}}).status;
+  };
+  EXPECT_EQ(answer(), 200);
+  schedule["sleepAt"] = "07:00";
+  EXPECT_EQ(answer(), 400) << "which is when it wakes by default";
+  schedule["wakeAt"] = "07:01";
+  EXPECT_EQ(answer(), 200);
+  schedule["wakeAt"] = "07:00";
+  EXPECT_EQ(answer(), 400);
+  schedule["enabled"] = false;
+  EXPECT_EQ(answer(), 200);
+  schedule = {{"enabled", true}, {"days", Json::array()}};
+  EXPECT_EQ(answer(), 400);
+  schedule["enabled"] = nullptr;
+  EXPECT_EQ(answer(), 200);
+}
+
+TEST_F(AdminInterface, AcceptsEveryPolicyThatATerminalAccepts) {
+  std::string id;
+  const std::string token = pair(&id);
+  const Json nulls = {
+      {"enabled", nullptr}, {"sleepAt", nullptr}, {"wakeAt", nullptr}, {"days", nullptr}};
+  const std::vector<Json> valid = {
+      {{"power", {{"screenOffMinutes", 3.0}, {"sleepMinutes", 240}, {"schedule", nullptr}}}},
+      {{"power", {{"screenOffMinutes", 0}, {"sleepMinutes", 0}, {"schedule", nulls}}}},
+      {{"power", {{"screenOffMinutes", 0}, {"sleepMinutes", 0}, {"more", {{"days", 8}}}}}},
+      {{"power",
+        {{"screenOffMinutes", 0}, {"sleepMinutes", 0}, {"schedule", {{"days", {1, 1, 2.0}}}}}}},
+      {{"updates", {{"automatic", nullptr}, {"window", nullptr}, {"more", 1}}}},
+      {{"updates", {{"window", {{"start", "02:00"}, {"end", "02:00"}, {"days", nullptr}}}}}},
+      {{"updates", {{"window", {{"start", "22:00"}, {"end", "03:00"}, {"more", 1}}}}}}};
+  for (const Json& change : valid) {
+    EXPECT_EQ(admin("PATCH", "/api/admin/terminals/" + id, change).status, 200) << change;
+    const auto [key, value] = *change.items().begin();
+    EXPECT_EQ(checkIn(token).body[key], value);
+  }
 }
 
 TEST_F(AdminInterface, DoesNotKnowAForgottenTerminal) {

@@ -19,14 +19,16 @@ namespace {
 
 constexpr std::chrono::seconds kPatience{60};
 
+/// @param input the child's standard input; -1 leaves it alone
 /// @param output the child's standard output and standard error; -1 leaves them alone
-pid_t Spawn(const std::vector<std::string>& command, int output) {
+pid_t Spawn(const std::vector<std::string>& command, int input, int output) {
   std::vector<std::string> strings = command;
   std::vector<char*> arguments;
   for (std::string& argument : strings) arguments.push_back(argument.data());
   arguments.push_back(nullptr);
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
+  if (input >= 0) posix_spawn_file_actions_adddup2(&actions, input, STDIN_FILENO);
   for (const int fd : {STDOUT_FILENO, STDERR_FILENO})
     if (output >= 0) posix_spawn_file_actions_adddup2(&actions, output, fd);
   pid_t process = -1;
@@ -56,10 +58,14 @@ std::string ReadToEnd(int fd) {
 
 }  // namespace
 
-ProgramResult RunProgram(const std::vector<std::string>& command) {
+ProgramResult RunProgram(const std::vector<std::string>& command, const std::string& input) {
+  std::array<int, 2> given{};
   std::array<int, 2> ends{};
-  if (pipe2(ends.data(), O_CLOEXEC) != 0) return {};
-  const pid_t process = Spawn(command, ends[1]);
+  if (pipe2(given.data(), O_CLOEXEC) != 0 || pipe2(ends.data(), O_CLOEXEC) != 0) return {};
+  const bool written = write(given[1], input.data(), input.size()) >= 0;
+  close(given[1]);
+  const pid_t process = written ? Spawn(command, given[0], ends[1]) : -1;
+  close(given[0]);
   close(ends[1]);
   ProgramResult result;
   result.output = ReadToEnd(ends[0]);
@@ -107,7 +113,7 @@ void PortalTest::SetUp() {
 }
 
 void PortalTest::start() {
-  _process = Spawn({PORTAL_PROGRAM, "--dir", dir(), "serve", "--record", record()}, -1);
+  _process = Spawn({PORTAL_PROGRAM, "--dir", dir(), "serve", "--record", record()}, -1, -1);
   ASSERT_GT(_process, 0);
   const auto deadline = std::chrono::steady_clock::now() + kPatience;
   while (!std::filesystem::exists(dir() / "ready.json")) {
@@ -166,10 +172,11 @@ Answer PortalTest::checkIn(const std::string& token, const Json& changes) const 
   return device("POST", "/api/kiosk/check-in", body.dump(), token);
 }
 
-ProgramResult PortalTest::command(const std::vector<std::string>& arguments) const {
+ProgramResult PortalTest::command(const std::vector<std::string>& arguments,
+                                  const std::string& input) const {
   std::vector<std::string> whole = {PORTAL_PROGRAM, "--dir", dir()};
   whole.insert(whole.end(), arguments.begin(), arguments.end());
-  return RunProgram(whole);
+  return RunProgram(whole, input);
 }
 
 std::string PortalTest::newCode() const {

@@ -20,7 +20,8 @@ struct ProgramResult {
 
 /// Runs a program to its end.
 /// @param command path and arguments
-ProgramResult RunProgram(const std::vector<std::string>& command);
+/// @param input its standard input, a few lines at most
+ProgramResult RunProgram(const std::vector<std::string>& command, const std::string& input = "");
 
 /// What the portal answered; status 0 means no answer.
 struct Answer {
@@ -52,7 +53,8 @@ class PortalTest : public testing::Test {
   Answer checkIn(const std::string& token, const Json& changes = Json::object()) const;
 
   /// Runs the portal's command line for this portal.
-  ProgramResult command(const std::vector<std::string>& arguments) const;
+  ProgramResult command(const std::vector<std::string>& arguments,
+                        const std::string& input = "") const;
 
   /// Asks for a code.
   std::string newCode() const;

@@ -2,6 +2,8 @@
 
 #include <fstream>
 
+#include "simulator/portal/Pairing.h"
+#include "simulator/portal/Store.h"
 #include "tests/portal/Portal.h"
 
 namespace {
@@ -33,6 +35,66 @@ TEST_F(Storage, KeepsItsSecretsToItself) {
     EXPECT_EQ(Permissions(dir() / name), 0600U) << name;
   EXPECT_EQ(Permissions(record()), 0600U);
   EXPECT_EQ(FileText(dir() / "portal.json").find(token), std::string::npos);
+}
+
+TEST_F(Storage, RecordsNeitherTokensNorPasswords) {
+  std::string id;
+  const std::string token = pair(&id);
+  const std::string path = "/api/admin/terminals/" + id;
+  ASSERT_EQ(admin("PATCH", path, {{"exitPassword", "correct horse"}}).status, 200);
+  ASSERT_EQ(admin("PATCH", path + "/raw", {{"exitPassword", {{"more", 271828}}}}).status, 200);
+  portal::HttpsClient client = adminClient();
+  ASSERT_EQ(Exchange(client, "PATCH", path, "{\"exitPassword\": \"battery",
+                     ready()["adminToken"].get<std::string>())
+                .status,
+            400);
+  ASSERT_EQ(admin("PATCH", path, {{"exitPassword", "correct horse"}}).status, 200);
+  ASSERT_EQ(checkIn(token).body["exitPassword"], "correct horse");
+  const std::string recorded = FileText(record());
+  for (const std::string& secret :
+       {token, ready()["adminToken"].get<std::string>(), std::string("correct horse"),
+        std::string("271828"), std::string("battery")})
+    EXPECT_EQ(recorded.find(secret), std::string::npos) << secret;
+  EXPECT_NE(recorded.find("Bearer redacted"), std::string::npos);
+  EXPECT_NE(recorded.find("\"exitPassword\":\"redacted\""), std::string::npos);
+  EXPECT_NE(recorded.find("\"deviceToken\":\"000"), std::string::npos);
+}
+
+TEST_F(Storage, TakesARecordOfBeforeAwayFromOthers) {
+  stop();
+  ASSERT_EQ(chmod(record().c_str(), 0644), 0);
+  start();
+  EXPECT_EQ(Permissions(record()), 0600U);
+}
+
+TEST_F(Storage, RefusesToGrowLargerThanItCouldReadAgain) {
+  const std::filesystem::path path = dir() / "small.json";
+  std::string problem;
+  const auto add = [](portal::State& state) {
+    return portal::IssueCode(state, PairRequest(), 1'800'000'000);
+  };
+  int added = 0;
+  {
+    const auto store = portal::Store::open(path, problem, 4096);
+    ASSERT_NE(store, nullptr) << problem;
+    portal::HttpResponse answer = store->run(add);
+    for (; answer.status == 200 && added < 1000; ++added) answer = store->run(add);
+    EXPECT_EQ(answer.status, 500);
+    EXPECT_EQ(answer.body, "{\"error\":\"storage\"}");
+  }
+  EXPECT_LE(std::filesystem::file_size(path), 4096U);
+  const auto store = portal::Store::open(path, problem, 4096);
+  ASSERT_NE(store, nullptr) << problem;
+  store->run([&](portal::State& state) {
+    EXPECT_EQ(state.codes.size(), static_cast<std::size_t>(added));
+    return portal::JsonResponse(200, {});
+  });
+}
+
+TEST_F(Storage, WritesNoBlanks) {
+  pair();
+  const std::string stored = FileText(dir() / "portal.json");
+  EXPECT_EQ(stored, Json::parse(stored, nullptr, false).dump() + "\n");
 }
 
 TEST_F(Storage, RefusesABrokenFileAndLeavesItAlone) {

@@ -158,7 +158,7 @@ TEST_F(EnrolmentTest, SpeaksWithThePortalAsItsInterfaceIsWrittenDown) {
   enrol("Lobby");
   const std::string id = portal.admin({"show", "Lobby"})["id"];
   portal.admin({"sign-in", id, "--email", "on", "--host", "login.example.org"});
-  portal.admin({"exit-password", id, "secret"});
+  portal.admin({"exit-password", id}, "secret");
   portal.admin({"power", id, R"({"screenOffMinutes": 5, "sleepMinutes": 0})"});
   checkInNow();
   EXPECT_TRUE(Eventually([this] { return mac.state().contains("exitPassword"); }));

@@ -41,7 +41,14 @@ PortalProcess::~PortalProcess() {
 }
 
 Json PortalProcess::admin(const std::vector<std::string>& arguments) const {
-  std::vector<std::string> command{KIOSKD_PORTAL, "--dir", _folder, "--json"};
+  return admin(arguments, "");
+}
+
+Json PortalProcess::admin(const std::vector<std::string>& arguments,
+                          const std::string& line) const {
+  std::vector<std::string> command{"/bin/sh", "-c",          R"(printf '%s\n' "$0" | "$@")",
+                                   line,      KIOSKD_PORTAL, "--dir",
+                                   _folder,   "--json"};
   command.insert(command.end(), arguments.begin(), arguments.end());
   const Finished finished = RunToEnd(command);
   EXPECT_EQ(finished.status, 0) << finished.output;

@@ -33,6 +33,8 @@ class PortalProcess {
   std::string record() const { return _folder + "/record.jsonl"; }
   /// Runs an administrator's command; its answer as JSON.
   Json admin(const std::vector<std::string>& arguments) const;
+  /// The same, with a line of standard input.
+  Json admin(const std::vector<std::string>& arguments, const std::string& line) const;
   /// The status of an HTTPS GET as a device would send it; 0 when there was none.
   long get(const std::string& path) const;
   void stop() { _process.reset(); }
