@@ -42,14 +42,16 @@ DirectoryRecord& DirectoryRecord::operator=(DirectoryRecord&&) noexcept = defaul
 
 bool DirectoryRecord::changePassword(const std::string& newPassword, std::string& error) {
   if (fails("directory.changePassword", {_impl->name}, error)) return false;
+  const std::optional<std::string> hash = MacPasswordHash(newPassword);  // slow, so not locked
   const MacTree mac;
+  const MacDirectoryLock lock(mac);
   std::optional<MacUser> user = mac.userNamed(_impl->name);
   if (!user) {
     error = "The record does not exist any more.";
     return false;
   }
-  user->passwordHash = MacPasswordHash(newPassword);
-  if (!user->passwordHash || !mac.writeUser(*user)) {
+  user->passwordHash = hash;
+  if (!lock.held() || !hash || !mac.writeUser(*user)) {
     error = "The record could not be written.";
     return false;
   }

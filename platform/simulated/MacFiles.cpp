@@ -278,17 +278,22 @@ bool MacTree::removeGroup(const std::string& name) const {
   return isRecordName(name) && unlink(path(recordPath(kMacGroups, name)).c_str()) == 0;
 }
 
-bool MacTree::writeFlatView() const {
-  // Two programs that change the directory at once must not end with the older view.
-  const Descriptor node(open(path(kMacDirectoryNode).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!node.valid()) return false;
-  if (RetryInterrupted([&] { return flock(node.get(), LOCK_EX); }) != 0) return false;
+bool MacTree::writeFlatView() const { return writeFlatView(MacDirectoryLock(*this)); }
+
+bool MacTree::writeFlatView(const MacDirectoryLock& lock) const {
+  if (!lock.held()) return false;
   std::string passwd;
   for (const MacUser& user : users()) passwd += passwdLine(user);
   std::string group;
   for (const MacGroup& record : groups()) group += groupLine(record);
   return replace(kMacPasswdFile, passwd, kFlatFileMode) &&
          replace(kMacGroupFile, group, kFlatFileMode);
+}
+
+MacDirectoryLock::MacDirectoryLock(const MacTree& mac)
+    : _node(open(mac.path(kMacDirectoryNode).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+  if (!_node.valid()) return;
+  if (RetryInterrupted([&] { return flock(_node.get(), LOCK_EX); }) != 0) _node = Descriptor();
 }
 
 std::optional<std::string> MacPasswordHash(const std::string& password) {

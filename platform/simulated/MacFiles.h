@@ -10,6 +10,7 @@
 
 #include "platform/Json.h"
 #include "platform/PropertyList.h"
+#include "platform/simulated/Descriptor.h"
 
 namespace platform {
 
@@ -61,6 +62,8 @@ struct MacGroup {
   std::vector<std::string> users;  ///< members' short names
 };
 
+class MacDirectoryLock;
+
 /// A simulated Mac's tree. Paths given to its members are absolute inside the Mac. Any thread.
 class MacTree {
  public:
@@ -103,11 +106,27 @@ class MacTree {
   [[nodiscard]] bool writeGroup(const MacGroup& group) const;
   [[nodiscard]] bool removeGroup(const std::string& name) const;
 
-  /// Writes /private/etc/passwd and /private/etc/group anew from the records. False on failure.
+  /// Writes /private/etc/passwd and /private/etc/group anew from the records. False on failure. The
+  /// first form takes the directory's lock for it, so it is for those who do not hold it.
   [[nodiscard]] bool writeFlatView() const;
+  [[nodiscard]] bool writeFlatView(const MacDirectoryLock& lock) const;
 
  private:
   std::string _root;
+};
+
+/// Keeps the local directory from all other programs that change it: held from reading a record
+/// until its new form, and the flat view, are written. Waits for the present holder, and is not to
+/// be taken twice by one thread.
+class MacDirectoryLock {
+ public:
+  explicit MacDirectoryLock(const MacTree& mac);
+
+  /// False when the directory cannot be opened, as by others than root.
+  bool held() const { return _node.valid(); }
+
+ private:
+  Descriptor _node;
 };
 
 /// The crypt(3) hash ("$6$") of a password with a fresh salt, or nothing when it cannot be made.

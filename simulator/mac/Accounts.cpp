@@ -12,6 +12,7 @@
 namespace simmac {
 namespace {
 
+using platform::MacDirectoryLock;
 using platform::MacGroup;
 using platform::MacTree;
 using platform::MacUser;
@@ -51,7 +52,9 @@ std::string NewUuid() {
   return text;
 }
 
-std::optional<MacUser> NewUserRecord(const MacTree& mac, const NewAccount& account) {
+std::optional<MacUser> NewUserRecord(const MacTree& mac, const MacDirectoryLock& lock,
+                                     const NewAccount& account) {
+  if (!lock.held()) return std::nullopt;
   MacUser user;
   user.name = account.name;
   user.realName = account.fullName.empty() ? account.name : account.fullName;
@@ -65,11 +68,12 @@ std::optional<MacUser> NewUserRecord(const MacTree& mac, const NewAccount& accou
   return user.passwordHash ? std::optional(user) : std::nullopt;
 }
 
-bool AddAccount(const MacTree& mac, const MacUser& user, bool administrator) {
-  if (!mac.writeUser(user)) return false;
-  if (!administrator) return mac.writeFlatView();
+bool AddAccount(const MacTree& mac, const MacDirectoryLock& lock, const MacUser& user,
+                bool administrator) {
+  if (!lock.held() || !mac.writeUser(user)) return false;
+  if (!administrator) return mac.writeFlatView(lock);
   const std::optional<MacGroup> admin = mac.groupNamed(kAdminGroup);
-  return admin && SetMember(mac, *admin, user.name, true);
+  return admin && SetMember(mac, lock, *admin, user.name, true);
 }
 
 bool CreateHome(const MacTree& mac, const MacUser& user) {
@@ -87,14 +91,14 @@ bool RemoveHome(const MacTree& mac, const MacUser& user) {
   return !error;
 }
 
-bool RemoveAccount(const MacTree& mac, const std::string& name) {
-  if (!mac.removeUser(name)) return false;
+bool RemoveAccount(const MacTree& mac, const MacDirectoryLock& lock, const std::string& name) {
+  if (!lock.held() || !mac.removeUser(name)) return false;
   bool written = true;
   for (const MacGroup& group : mac.groups()) {
     if (std::count(group.users.begin(), group.users.end(), name) == 0) continue;
-    written = SetMember(mac, group, name, false) && written;
+    written = SetMember(mac, lock, group, name, false) && written;
   }
-  return mac.writeFlatView() && written;
+  return mac.writeFlatView(lock) && written;
 }
 
 bool IsMember(const MacUser& user, const MacGroup& group) {
@@ -102,10 +106,12 @@ bool IsMember(const MacUser& user, const MacGroup& group) {
          std::find(group.users.begin(), group.users.end(), user.name) != group.users.end();
 }
 
-bool SetMember(const MacTree& mac, MacGroup group, const std::string& name, bool member) {
+bool SetMember(const MacTree& mac, const MacDirectoryLock& lock, MacGroup group,
+               const std::string& name, bool member) {
+  if (!lock.held()) return false;
   std::erase(group.users, name);
   if (member) group.users.push_back(name);
-  return mac.writeGroup(group) && mac.writeFlatView();
+  return mac.writeGroup(group) && mac.writeFlatView(lock);
 }
 
 }  // namespace simmac

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <csignal>
@@ -24,28 +25,48 @@ pid_t Number(std::string_view text) {
   return number;
 }
 
-/// The parent of a process by its "stat": the number after the state, which follows the name in
-/// parentheses. 0 when the process is gone.
-pid_t ParentOf(int proc, const std::string& pid) {
+/// What the kernel says of a process in its "stat".
+struct Stat {
+  char state = 'X';  ///< 'X': the process is gone, 'Z': it waits to be collected
+  pid_t parent = 0;
+  pid_t session = 0;
+};
+
+/// The word that a text begins with; the text is what follows the space behind it.
+std::string_view NextWord(std::string_view& text) {
+  const std::string_view word = text.substr(0, text.find(' '));
+  text.remove_prefix(std::min(text.size(), word.size() + 1));
+  return word;
+}
+
+Stat StatOf(int proc, const std::string& pid) {
   const Descriptor file(openat(proc, (pid + "/stat").c_str(), O_RDONLY | O_CLOEXEC));
   char text[512];
   const ssize_t size = file.valid() ? read(file.get(), text, sizeof text) : 0;
-  if (size <= 0) return 0;
-  const std::string_view stat(text, static_cast<std::size_t>(size));
-  constexpr std::size_t kToParent = std::string_view(") S ").size();
-  const std::size_t nameEnd = stat.rfind(')');
-  if (nameEnd == stat.npos || nameEnd + kToParent > stat.size()) return 0;
-  return Number(stat.substr(nameEnd + kToParent));
+  if (size <= 0) return {};
+  std::string_view words(text, static_cast<std::size_t>(size));
+  // The name before it is in parentheses and may itself have spaces and parentheses.
+  const std::size_t nameEnd = words.rfind(") ");
+  if (nameEnd == words.npos) return {};
+  words.remove_prefix(nameEnd + 2);
+  const std::string_view state = NextWord(words);
+  const pid_t parent = Number(NextWord(words));
+  (void)NextWord(words);  // the group
+  return {state.empty() ? 'X' : state.front(), parent, Number(NextWord(words))};
 }
 
-void SignalChildren(int proc) {
+/// Kills the processes that are chosen by what the kernel says of them; whether there were any.
+bool KillThose(int proc, const std::function<bool(const Stat&)>& chosen) {
   DIR* directory = fdopendir(openat(proc, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!directory) return;
+  if (!directory) return false;
+  bool any = false;
   while (const dirent* entry = readdir(directory)) {
     const pid_t pid = Number(entry->d_name);
-    if (pid > 1 && ParentOf(proc, entry->d_name) == getpid()) (void)kill(pid, SIGKILL);
+    if (pid <= 1 || pid == getpid() || !chosen(StatOf(proc, entry->d_name))) continue;
+    any = kill(pid, SIGKILL) == 0 || any;
   }
   closedir(directory);
+  return any;
 }
 
 }  // namespace
@@ -60,8 +81,19 @@ void CollectChildren(const std::function<void(pid_t, int)>& ended) {
 void KillChildren(int proc) {
   // One round kills the present children; their own become ours and are met in the next one.
   do {
-    SignalChildren(proc);
+    (void)KillThose(proc, [](const Stat& stat) { return stat.parent == getpid(); });
   } while (waitpid(-1, nullptr, 0) > 0 || errno == EINTR);
+}
+
+void KillProcessSession(int proc, pid_t session) {
+  // Each round meets what the killed ones had started meanwhile; there is an end even to those who
+  // start others faster than that.
+  constexpr int kRounds = 100;
+  const auto belongs = [session](const Stat& stat) {
+    return stat.session == session && stat.state != 'Z' && stat.state != 'X';
+  };
+  for (int round = 0; session > 1 && round < kRounds && KillThose(proc, belongs); ++round) {
+  }
 }
 
 int ExitStatus(int waitStatus) {

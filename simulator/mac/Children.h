@@ -17,6 +17,10 @@ void CollectChildren(const std::function<void(pid_t, int)>& ended);
 /// descriptor of /proc.
 void KillChildren(int proc);
 
+/// Kills every process of a process session, whoever its parent is. `proc` is a descriptor of
+/// /proc.
+void KillProcessSession(int proc, pid_t session);
+
 /// A wait status as programs pass it on: the exit status, or 128 and the signal's number.
 int ExitStatus(int waitStatus);
 

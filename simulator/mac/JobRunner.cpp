@@ -5,12 +5,20 @@
 #include <algorithm>
 #include <csignal>
 
+#include "simulator/mac/Children.h"
+
 namespace simmac {
 namespace {
 
 std::string HowItEnded(int waitStatus) {
   return WIFSIGNALED(waitStatus) ? "by signal " + std::to_string(WTERMSIG(waitStatus))
                                  : "with status " + std::to_string(WEXITSTATUS(waitStatus));
+}
+
+/// Ends what a job left behind in its process group.
+void KillGroup(const LaunchJob& job, pid_t leader) {
+  // Any other number would reach every process there is, or this one's own group.
+  if (leader > 1 && !job.abandonsProcessGroup) (void)kill(-leader, SIGKILL);
 }
 
 bool StartsAgain(KeepAlive keepAlive, int waitStatus) {
@@ -52,7 +60,9 @@ bool JobRunner::childEnded(pid_t pid, int waitStatus) {
                                   [pid](const State& each) { return each.pid == pid; });
   if (state == _states.end()) return false;
   _settings.report(state->job.label + " ended " + HowItEnded(waitStatus));
+  KillGroup(state->job, pid);
   state->pid = -1;
+  state->lastStatus = ExitStatus(waitStatus);
   const bool toldToEnd = state->killAt.has_value();
   state->killAt.reset();
   if (!toldToEnd && StartsAgain(state->job.keepAlive, waitStatus)) {
@@ -67,22 +77,30 @@ Clock::time_point JobRunner::nextStart(const State& state) const {
   return std::max(Clock::now(), state.started + throttle);
 }
 
+void JobRunner::end(State& state) {
+  state.startAt.reset();
+  if (state.pid <= 1 || state.killAt) return;
+  const bool own = _settings.jobsOverride && state.job.exitTimeOut;
+  const std::chrono::milliseconds patience = own ? *state.job.exitTimeOut : _settings.exitTimeOut;
+  state.killAt = Clock::now() + patience;
+  (void)kill(state.pid, SIGTERM);
+}
+
 void JobRunner::terminate() {
-  for (State& state : _states) {
-    state.startAt.reset();
-    if (state.pid < 0 || state.killAt) continue;
-    const bool own = _settings.jobsOverride && state.job.exitTimeOut;
-    const std::chrono::milliseconds patience = own ? *state.job.exitTimeOut : _settings.exitTimeOut;
-    state.killAt = Clock::now() + patience;
-    (void)kill(state.pid, SIGTERM);
-  }
+  for (State& state : _states) end(state);
+}
+
+void JobRunner::unload(std::size_t number) {
+  if (number >= _states.size()) return;
+  _states[number].unloaded = true;
+  end(_states[number]);
 }
 
 void JobRunner::killOverdue() {
   const Clock::time_point now = Clock::now();
   for (State& state : _states) {
     if (!state.killAt || *state.killAt > now) continue;
-    (void)kill(state.pid, SIGKILL);
+    if (state.pid > 1) (void)kill(state.pid, SIGKILL);
     // Killed once; what remains is to collect it.
     state.killAt = Clock::time_point::max();
   }
@@ -105,10 +123,12 @@ std::optional<Clock::time_point> JobRunner::nextDeadline() const {
   return next;
 }
 
-std::vector<std::pair<std::string, pid_t>> JobRunner::running() const {
-  std::vector<std::pair<std::string, pid_t>> jobs;
-  for (const State& state : _states) {
-    if (state.pid > 0) jobs.emplace_back(state.job.label, state.pid);
+std::vector<JobRunner::Job> JobRunner::jobs() const {
+  std::vector<Job> jobs;
+  for (std::size_t number = 0; number < _states.size(); ++number) {
+    const State& state = _states[number];
+    if (state.unloaded) continue;
+    jobs.push_back({number, state.job.label, std::max(state.pid, 0), state.lastStatus});
   }
   return jobs;
 }

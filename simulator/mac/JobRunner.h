@@ -28,26 +28,39 @@ class JobRunner {
 
   JobRunner(std::vector<LaunchJob> jobs, Settings settings);
 
+  /// A job as it is at present.
+  struct Job {
+    std::size_t number = 0;  ///< its place among the jobs, for unload()
+    std::string label;
+    pid_t pid = 0;                  ///< 0: it does not run
+    std::optional<int> lastStatus;  ///< how it ended last, as a shell has it
+    bool operator==(const Job&) const = default;
+  };
+
   void startDue();                             ///< starts every job whose time has come
   bool childEnded(pid_t pid, int waitStatus);  ///< false when the child is none of these jobs
   void terminate();                            ///< tells all jobs to end; none is started any more
-  void killOverdue();                          ///< kills those that did not end in time
+  void unload(std::size_t number);  ///< tells one job to end for good; a number of none is ignored
+  void killOverdue();               ///< kills those that did not end in time
   bool allEnded() const;
   std::optional<Clock::time_point> nextDeadline() const;
 
-  /// Label and process id of every job that runs.
-  std::vector<std::pair<std::string, pid_t>> running() const;
+  /// Every job but those that were unloaded.
+  std::vector<Job> jobs() const;
 
  private:
   struct State {
     LaunchJob job;
     pid_t pid = -1;
+    std::optional<int> lastStatus;
+    bool unloaded = false;
     Clock::time_point started;
     std::optional<Clock::time_point> startAt;
     std::optional<Clock::time_point> killAt;
   };
 
   void start(State& state);
+  void end(State& state);
   Clock::time_point nextStart(const State& state) const;
 
   Settings _settings;

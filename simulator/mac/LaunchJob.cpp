@@ -6,22 +6,13 @@
 #include <cstdint>
 #include <filesystem>
 
+#include "simulator/mac/JsonFields.h"
 #include "simulator/mac/Limits.h"
 
 namespace simmac {
 namespace {
 
 using platform::MacTree;
-
-std::string Text(const Json& list, const char* key) {
-  const auto value = list.find(key);
-  return value != list.end() && value->is_string() ? value->get<std::string>() : "";
-}
-
-bool Flag(const Json& list, const char* key) {
-  const auto value = list.find(key);
-  return value != list.end() && value->is_boolean() && value->get<bool>();
-}
 
 std::optional<std::chrono::seconds> Seconds(const Json& list, const char* key) {
   const auto value = list.find(key);
@@ -44,7 +35,7 @@ std::vector<std::string> Texts(const Json& list, const char* key, std::size_t li
 
 std::vector<std::string> Arguments(const Json& list) {
   std::vector<std::string> arguments = Texts(list, "ProgramArguments", kMaxJobArguments);
-  const std::string program = Text(list, "Program");
+  const std::string program = TextOf(list, "Program");
   if (arguments.empty() && !program.empty()) arguments.push_back(program);
   return arguments;
 }
@@ -62,7 +53,7 @@ std::vector<std::string> MachServices(const Json& list) {
 }
 
 KeepAlive ParseKeepAlive(const Json& list) {
-  if (Flag(list, "KeepAlive")) return KeepAlive::kAlways;
+  if (FlagOf(list, "KeepAlive")) return KeepAlive::kAlways;
   const auto value = list.find("KeepAlive");
   if (value == list.end() || !value->is_object()) return KeepAlive::kNever;
   const auto successful = value->find("SuccessfulExit");
@@ -92,16 +83,17 @@ std::vector<std::string> PropertyListNames(const std::string& folder) {
 std::optional<LaunchJob> ParseLaunchJob(const Json& list) {
   if (!list.is_object()) return std::nullopt;
   LaunchJob job;
-  job.label = Text(list, "Label");
+  job.label = TextOf(list, "Label");
   job.arguments = Arguments(list);
   job.machServices = MachServices(list);
   job.keepAlive = ParseKeepAlive(list);
   // A job that is kept alive is started at load whether it says so or not.
-  job.runAtLoad = Flag(list, "RunAtLoad") || job.keepAlive != KeepAlive::kNever;
+  job.runAtLoad = FlagOf(list, "RunAtLoad") || job.keepAlive != KeepAlive::kNever;
   job.throttle = Seconds(list, "ThrottleInterval");
   job.exitTimeOut = Seconds(list, "ExitTimeOut");
-  job.standardOutPath = Text(list, "StandardOutPath");
-  job.standardErrorPath = Text(list, "StandardErrorPath");
+  job.standardOutPath = TextOf(list, "StandardOutPath");
+  job.standardErrorPath = TextOf(list, "StandardErrorPath");
+  job.abandonsProcessGroup = FlagOf(list, "AbandonProcessGroup");
   job.sessionTypes = Texts(list, "LimitLoadToSessionType", kMaxJobArguments);
   const bool usable =
       !job.label.empty() && job.label.find('/') == std::string::npos && !job.arguments.empty();

@@ -25,6 +25,7 @@ struct LaunchJob {
   std::optional<std::chrono::seconds> exitTimeOut;
   std::string standardOutPath;
   std::string standardErrorPath;
+  bool abandonsProcessGroup = false;      ///< what it leaves behind in its group lives on
   std::vector<std::string> sessionTypes;  ///< LimitLoadToSessionType; empty: no limit
 };
 

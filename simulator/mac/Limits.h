@@ -19,6 +19,8 @@ inline constexpr std::chrono::seconds kDaemonExitTimeOut{20};
 /// The same for the agents of a session.
 inline constexpr std::chrono::seconds kAgentThrottle{1};
 inline constexpr std::chrono::seconds kAgentExitTimeOut{2};
+/// Patience of who killed a session with the kernel, which ends its processes.
+inline constexpr std::chrono::seconds kKilledSessionTimeOut{10};
 /// A session is given its agents' patience and a little more to close by itself.
 inline constexpr std::chrono::seconds kSessionExitTimeOut{5};
 

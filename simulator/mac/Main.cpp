@@ -1,6 +1,7 @@
 // simmac: makes, boots and looks after simulated Macs.
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <filesystem>
 #include <functional>
 #include <iostream>
@@ -138,20 +139,37 @@ Json FaultOf(const FaultArguments& given) {
   return fault;
 }
 
+/// A tool's status is one byte, a service's error any number. Throws what the parser throws.
+void CheckStatus(const FaultArguments& given) {
+  constexpr int kHighestStatus = 255;
+  const bool tool = given.target.rfind('/', 0) == 0;
+  const int status = given.status.value_or(0);
+  if (tool && (status < 0 || status > kHighestStatus)) {
+    throw CLI::ValidationError("--status", "A tool's exit status is from 0 to 255");
+  }
+}
+
 void AddFaultAdd(CLI::App& fault, Request& request) {
+  constexpr int kMostTimes = 1'000'000;
+  constexpr int kLongestDelay = 3'600'000;
+  constexpr int kHighestSignal = 64;
   auto& given = Keep<FaultArguments>();
   CLI::App* add = fault.add_subcommand("add", "Make the next matching calls misbehave");
   add->add_option("--target", given.target, "A tool's path or a service's name")->required();
   add->add_option("--argument", given.arguments, "The calls' next argument, from the first one on")
       ->allow_extra_args(false);
-  add->add_option("--times", given.times, "How many calls; all when not given");
-  add->add_option("--status", given.status, "Exit status, or a service's error number");
+  add->add_option("--times", given.times, "How many calls; all when not given")
+      ->check(CLI::Range(1, kMostTimes));
+  add->add_option("--status", given.status, "Exit status (0 to 255), or a service's error number");
   add->add_option("--output", given.output, "What the tool prints");
   add->add_option("--error", given.error, "What it prints on standard error");
-  add->add_option("--delay-ms", given.delayMs, "Milliseconds to wait first");
-  add->add_option("--signal", given.signal, "Number of the signal that the tool dies by");
+  add->add_option("--delay-ms", given.delayMs, "Milliseconds to wait first")
+      ->check(CLI::Range(0, kLongestDelay));
+  add->add_option("--signal", given.signal, "Number of the signal that the tool dies by")
+      ->check(CLI::Range(1, kHighestSignal));
   add->add_flag("--effect", given.effect, "Let the tool do its real work as well");
   add->callback([&request, &given] {
+    CheckStatus(given);
     request.action = [&given](const auto& root) { return simmac::AddFault(root, FaultOf(given)); };
   });
 }
@@ -174,6 +192,9 @@ void AddRun(CLI::App& app, Request& request) {
   command->add_option("--user", options.user, "Name or id of the user it runs as; root by default");
   command->add_option("COMMAND", options.command, "The command's absolute path and its arguments")
       ->required();
+  command->footer(
+      "simmac's own options stand before COMMAND: from its first word on everything is the\n"
+      "command's.");
   command->callback([&request, &options] {
     request.action = [&options](const auto& root) { return simmac::RunInMac(root, options); };
   });
@@ -242,11 +263,32 @@ void AddCommands(CLI::App& app, Request& request) {
   AddSettings(app, request);
 }
 
+/// The line's words. What follows the first word of "run MAC COMMAND" is the command's, whatever it
+/// looks like, which the parser is told by "--".
+std::vector<std::string> Words(int count, char** values) {
+  constexpr int kCommand = 2;  // the second word that is no option
+  std::vector<std::string> words(values + std::min(count, 1), values + count);
+  if (words.empty() || words.front() != "run") return words;
+  int plain = 0;
+  for (std::size_t i = 1; i < words.size() && words[i] != "--"; ++i) {
+    if (words[i] == "--user") {
+      ++i;
+    } else if (words[i].rfind('-', 0) != 0 && ++plain == kCommand) {
+      words.insert(words.begin() + static_cast<std::ptrdiff_t>(i), "--");
+      break;
+    }
+  }
+  return words;
+}
+
 /// The exit status when the line asks for nothing that can be done.
 std::optional<int> Parse(CLI::App& app, int count, char** values) {
   constexpr int kWrongUsage = 2;
   try {
-    app.parse(count, values);
+    std::vector<std::string> words = Words(count, values);
+    // The parser takes them from the end.
+    std::reverse(words.begin(), words.end());
+    app.parse(std::move(words));
     return std::nullopt;
   } catch (const CLI::ParseError& error) {
     // Asking for help is not an error.
@@ -267,13 +309,15 @@ std::string Absolute(const std::string& path) {
 
 }  // namespace
 
-// NOLINTNEXTLINE(bugprone-exception-escape): only memory can run out
+// NOLINTNEXTLINE(bugprone-exception-escape): CLI11 throws at a wrong declaration, JSON at no memory
 int main(int count, char** values) {
   CLI::App app("Makes, boots and looks after simulated Macs.", "simmac");
   Request request;
   AddCommands(app, request);
   if (const std::optional<int> status = Parse(app, count, values)) return *status;
   const std::string root = Absolute(request.mac);
+  // An empty name stays empty, and every path of such a Mac would be one of the host.
+  if (root.empty()) return simmac::Refuse("The directory of the Mac has no name.");
   if (root == "/") return simmac::Refuse("The root directory cannot be a simulated Mac.");
   if (const std::optional<int> status = simmac::GainPrivileges(root, values)) return *status;
   return request.action(root);

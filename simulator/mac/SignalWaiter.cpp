@@ -31,6 +31,7 @@ std::optional<int> SignalWaiter::wait(std::optional<Clock::time_point> deadline)
   while (true) {
     signalfd_siginfo info{};
     if (read(_descriptor.get(), &info, sizeof info) == sizeof info) {
+      _value = info.ssi_int;
       return static_cast<int>(info.ssi_signo);
     }
     if (deadline && Clock::now() >= *deadline) return std::nullopt;

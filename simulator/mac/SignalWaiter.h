@@ -21,8 +21,12 @@ class SignalWaiter {
   /// there is one, has passed.
   std::optional<int> wait(std::optional<Clock::time_point> deadline);
 
+  /// The number that came with the last signal, if its sender gave one (sigqueue).
+  int value() const { return _value; }
+
  private:
   Descriptor _descriptor;
+  int _value = 0;
 };
 
 }  // namespace simmac

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <charconv>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -70,17 +71,25 @@ struct ExecVectors {
   std::vector<std::string> _texts;
 };
 
+/// Prepares the child for its program. The step that is impossible, errno telling why, or null.
+const char* FailedStep(const SpawnRequest& request, pid_t parent) {
+  if (request.newSession && setsid() < 0) return "it cannot lead a session";
+  if (request.newGroup && setpgid(0, 0) != 0) return "it cannot lead a process group";
+  if (!UseStreams(request)) return "its descriptors cannot be set up";
+  if (request.user && !BecomeUser(MacTree(), *request.user)) return "it cannot become its user";
+  // After the change of user, which makes the kernel forget it.
+  return DieWithParent(parent) ? nullptr : "its parent has ended";
+}
+
 [[noreturn]] void RunChild(const SpawnRequest& request, const ExecVectors& vectors, pid_t parent) {
   ResetSignals();
-  const bool ready = (!request.newSession || setsid() >= 0) && UseStreams(request) &&
-                     (!request.user || BecomeUser(MacTree(), *request.user)) &&
-                     // After the change of user, which makes the kernel forget it.
-                     DieWithParent(parent);
-  if (ready) {
+  const char* failed = FailedStep(request, parent);
+  if (!failed) {
     if (chdir(request.directory.c_str()) != 0) (void)chdir("/");
     execve(vectors.arguments[0], vectors.arguments.data(), vectors.environment.data());
-    (void)WriteWhole(2, request.arguments[0] + ": " + std::strerror(errno) + "\n");
+    failed = "it cannot be started";
   }
+  (void)WriteWhole(2, request.arguments[0] + ": " + failed + ": " + std::strerror(errno) + "\n");
   _exit(kCannotStart);
 }
 
@@ -95,6 +104,12 @@ pid_t Spawn(const SpawnRequest& request) {
 }
 
 bool BecomeUser(const MacTree& mac, const MacUser& user) {
+  // To the kernel this number means that nothing shall change, and we are root.
+  constexpr std::uint32_t kUnchanged = ~0U;
+  if (user.uid == kUnchanged || user.gid == kUnchanged) {
+    errno = EINVAL;
+    return false;
+  }
   std::vector<gid_t> groups{user.gid};
   for (const MacGroup& group : mac.groups()) {
     if (std::count(group.users.begin(), group.users.end(), user.name) > 0) {

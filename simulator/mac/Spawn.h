@@ -27,6 +27,7 @@ struct SpawnRequest {
   int error = 2;
   std::vector<int> inherited;  ///< descriptors that keep their numbers
   bool newSession = false;     ///< leads a process session, which is an audit session, of its own
+  bool newGroup = false;       ///< leads a process group of its own, as who leads a session does
   std::optional<platform::MacUser> user;  ///< becomes this user; absent: stays the caller's
 };
 

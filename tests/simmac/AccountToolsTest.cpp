@@ -1,7 +1,14 @@
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
+#include <future>
+#include <memory>
+#include <set>
 
+#include "platform/Directory.h"
 #include "tests/simmac/TestMac.h"
 
 namespace simmac {
@@ -20,6 +27,7 @@ constexpr char kBanner[] =
 
 class SysAdminCtlTool : public SimulatedMacTest {};
 class DsEditGroupTool : public SimulatedMacTest {};
+class Directory : public SimulatedMacTest {};
 class CreateHomeDirTool : public SimulatedMacTest {};
 
 TEST_F(SysAdminCtlTool, AddsAUserAndSaysSoOnStandardError) {
@@ -115,7 +123,104 @@ TEST_F(SysAdminCtlTool, MayBeMadeToStopHalfWay) {
 
 TEST_F(SysAdminCtlTool, DoesNotDeleteAUserThatIsNotThere) {
   const TestMac mac;
-  EXPECT_EQ(mac.run({kSysAdminCtl, "-deleteUser", "nobody-here"}).status, 255);
+  const RunResult result = mac.run({kSysAdminCtl, "-deleteUser", "nobody-here"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(WithoutLogPrefixes(result.err), "User nobody-here does not exist.\n");
+}
+
+TEST_F(SysAdminCtlTool, DoesNotDeleteByOptionsThatItDoesNotKnow) {
+  const TestMac mac;
+  for (const Words& options : {Words{"-dryRun"}, Words{"-secure", "-dryRun"}, Words{""}}) {
+    Words command = {kSysAdminCtl, "-deleteUser", "admin"};
+    command.insert(command.end(), options.begin(), options.end());
+    EXPECT_EQ(mac.run(command).err.rfind("Usage: sysadminctl\n", 0), 0U);
+  }
+  EXPECT_TRUE(mac.tree().userNamed("admin"));
+  EXPECT_TRUE(std::filesystem::exists(mac.path("/Users/admin")));
+}
+
+/// Runs commands of a Mac all at the same time and waits for them.
+void RunTogether(const TestMac& mac, const std::vector<Words>& commands) {
+  std::vector<std::future<RunResult>> calls;
+  for (const Words& command : commands) {
+    calls.push_back(std::async(std::launch::async, [&] { return mac.run(command); }));
+  }
+  for (auto& call : calls) EXPECT_EQ(call.get().status, 0);
+}
+
+TEST_F(SysAdminCtlTool, GivesUsersThatAreAddedTogetherIdsOfTheirOwn) {
+  const TestMac mac;
+  std::vector<Words> commands;
+  for (const char* name : {"a", "b", "c", "d", "e", "f", "g", "h"}) {
+    commands.push_back({kSysAdminCtl, "-addUser", name, "-admin"});
+  }
+  RunTogether(mac, commands);
+  std::set<uid_t> uids;
+  for (const platform::MacUser& user : mac.tree().users()) uids.insert(user.uid);
+  EXPECT_EQ(uids, (std::set<uid_t>{0, 501, 502, 503, 504, 505, 506, 507, 508, 509}));
+  // root, admin and the eight.
+  EXPECT_EQ(mac.tree().groupNamed("admin")->users.size(), 10U);
+}
+
+/// Whether a process waits for a lock on a file.
+bool WaitsForALock(pid_t pid) {
+  std::ifstream locks("/proc/locks");
+  for (std::string line; std::getline(locks, line);) {
+    if (line.find("-> FLOCK") != std::string::npos &&
+        line.find(" " + std::to_string(pid) + " ") != std::string::npos) {
+      return true;
+    }
+  }
+  return false;
+}
+
+TEST_F(Directory, ChangesAPasswordWithoutLosingWhatOthersChange) {
+  const TestMac mac;
+  auto lock = std::make_unique<platform::MacDirectoryLock>(mac.tree());
+  ASSERT_TRUE(lock->held());
+  const pid_t child = fork();
+  if (child == 0) {
+    lock.reset();  // a copy of the descriptor would keep the lock
+    std::string error;
+    bool changed = chroot(mac.root().c_str()) == 0 && chdir("/") == 0;
+    auto node = platform::DirectoryNode::openLocal(error);
+    auto record = changed && node ? node->userRecord("admin", error) : std::nullopt;
+    changed = record && record->changePassword("new", error);
+    _exit(changed ? 0 : 1);
+  }
+  ASSERT_GT(child, 1);
+  ASSERT_TRUE(Eventually([child] { return WaitsForALock(child) || !IsAlive(child); }));
+  platform::MacUser user = *mac.tree().userNamed("admin");
+  user.realName = "Changed Meanwhile";
+  EXPECT_TRUE(mac.tree().writeUser(user));
+  lock.reset();
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(mac.tree().userNamed("admin")->realName, "Changed Meanwhile");
+  EXPECT_TRUE(platform::MacPasswordMatches(
+      "new", mac.tree().userNamed("admin")->passwordHash.value_or("")));
+}
+
+TEST_F(DsEditGroupTool, AnswersEverybodyAboutMembers) {
+  const TestMac mac;
+  const Words command = {kDsEditGroup, "-o", "checkmember", "-m", "admin", "admin"};
+  const RunResult yes = mac.run(command, "admin");
+  EXPECT_EQ(yes.status, 0);
+  EXPECT_EQ(yes.out, "yes admin is a member of admin\n");
+  EXPECT_EQ(mac.run({kDsEditGroup, "-o", "checkmember", "wheel"}, "admin").out,
+            "no admin is NOT a member of wheel\n");
+}
+
+TEST_F(DsEditGroupTool, AsksEverybodyButRootForCredentialsFirst) {
+  const TestMac mac;
+  for (const char* group : {"admin", "ghosts"}) {
+    const RunResult result =
+        mac.run({kDsEditGroup, "-o", "edit", "-d", "admin", "-t", "user", group}, "admin");
+    EXPECT_EQ(result.status, 64);
+    EXPECT_EQ(result.err, "Username and password must be provided.\n");
+  }
+  EXPECT_EQ(mac.tree().groupNamed("admin")->users.size(), 2U);
 }
 
 TEST_F(DsEditGroupTool, TellsWhetherAUserIsAMember) {

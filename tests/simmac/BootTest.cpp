@@ -1,13 +1,18 @@
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
 #include <cstring>
+#include <future>
 
+#include "simulator/mac/Children.h"
 #include "simulator/mac/Descriptor.h"
+#include "simulator/mac/Spawn.h"
 #include "tests/simmac/TestMac.h"
 
 namespace simmac {
@@ -182,6 +187,84 @@ TEST_F(Boot, LeavesNoProcessWhenLaunchdIsKilled) {
   (void)kill(mac.status()["launchd"].get<pid_t>(), SIGKILL);
   EXPECT_EQ(mac.bootStatus(), 128 + SIGKILL);
   EXPECT_TRUE(NoneAlive(mac.processes("daemon")));
+}
+
+TEST_F(Boot, EndsWhatADaemonLeavesBehind) {
+  TestMac mac;
+  mac.addDaemon("daemon", {"orphan"});
+  (void)mac.boot();
+  ASSERT_TRUE(mac.timelineHas("launchd: daemon ended with status 0\n"));
+  ASSERT_EQ(mac.report("daemon").size(), 2U);
+  EXPECT_TRUE(Eventually([&] { return NoneAlive(mac.processes("daemon")); }));
+}
+
+TEST_F(Boot, LeavesAnAbandonedProcessGroupAlone) {
+  TestMac mac;
+  mac.addDaemon("daemon", {"orphan"});
+  mac.addDaemon("other", {"orphan"});
+  mac.changeList("/Library/LaunchDaemons/daemon.plist", {{"AbandonProcessGroup", true}});
+  (void)mac.boot();
+  ASSERT_TRUE(mac.timelineHas("launchd: other ended with status 0\n"));
+  ASSERT_TRUE(mac.timelineHas("launchd: daemon ended with status 0\n"));
+  EXPECT_TRUE(Eventually([&] { return NoneAlive(mac.processes("other")); }));
+  EXPECT_TRUE(IsAlive(mac.processes("daemon")[1]));
+}
+
+/// Takes the place of a Mac's journal by a pipe, whose writers wait until somebody reads.
+void HoldJournal(const TestMac& mac) {
+  const std::string path = mac.path(platform::kMacJournal);
+  ASSERT_EQ(unlink(path.c_str()), 0);
+  ASSERT_EQ(mkfifo(path.c_str(), 0666), 0);
+}
+
+TEST_F(Boot, IsAskedToGoDownOnceTheCallIsInTheJournal) {
+  TestMac mac;
+  mac.addDaemon("daemon", {"wait"}, true);
+  (void)mac.boot({"--throttle", "0"});
+  ASSERT_TRUE(Eventually([&] { return mac.report("daemon").size() == 1; }));
+  HoldJournal(mac);
+  auto call = std::async(std::launch::async, [&] {
+    return mac.run({"/sbin/shutdown", "-r", "now"});
+  });
+  EXPECT_TRUE(Eventually([&] {
+    return !mac.read(platform::kMacPowerRequest).empty() ||
+           mac.timeline().find("asked to") != std::string::npos;
+  }));
+  // When launchd has seen this it has seen all that came before.
+  (void)kill(mac.processes("daemon")[0], SIGKILL);
+  EXPECT_TRUE(Eventually([&] { return mac.report("daemon").size() == 2; }));
+  EXPECT_EQ(mac.timeline().find("asked to"), std::string::npos);
+  const std::string line = mac.read(platform::kMacJournal);
+  EXPECT_NE(line.find("Shutdown NOW!"), std::string::npos);
+  EXPECT_EQ(call.get().status, 0);
+  EXPECT_TRUE(mac.timelineHas("launchd: asked to restart\n"));
+}
+
+TEST_F(Boot, TellsThatTheLoginWindowHasNotDecided) {
+  TestMac mac;
+  mac.addDaemon("daemon", {"wait"}, true);  // launchd has somebody to wait for when it halts
+  (void)mac.bootWithoutLogin({"--login-delay", "3600"});
+  EXPECT_EQ(mac.status()["login"], false);
+  EXPECT_EQ(mac.simmac("halt").status, 0);
+  EXPECT_EQ(mac.bootStatus(), 0);
+  EXPECT_EQ(Json::parse(mac.read("/private/var/simulated/boot.json"))["login"], false);
+}
+
+TEST_F(Boot, RunsOnWithoutAReaderOfItsTimeline) {
+  TestMac mac;
+  mac.addDaemon("daemon", {"wait"}, true);
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  SpawnRequest request;
+  request.arguments = {SIMMAC_EXECUTABLE, "boot", mac.root()};
+  request.output = ends[1];
+  const pid_t boot = Spawn(request);
+  ASSERT_EQ(close(ends[0]) + close(ends[1]), 0);
+  EXPECT_TRUE(Eventually([&] { return mac.report("daemon").size() == 1; }));
+  EXPECT_EQ(mac.simmac("halt").status, 0);
+  int status = -1;
+  ASSERT_EQ(waitpid(boot, &status, 0), boot);
+  EXPECT_EQ(ExitStatus(status), 0);
 }
 
 TEST_F(Boot, RefusesToRunAMacTwice) {

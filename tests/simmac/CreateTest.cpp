@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 
 #include "simulator/mac/tools/Tool.h"
 #include "tests/simmac/TestMac.h"
@@ -92,6 +93,119 @@ TEST_F(Create, LeavesNothingBehindWhenItFails) {
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err, "simmac: The certificate authorities /nonexistent.pem cannot be read.\n");
   EXPECT_FALSE(std::filesystem::exists(root));
+}
+
+/// A folder with simmac and what it needs beside it, in which its cache is made.
+class Installation {
+ public:
+  Installation() : _folder(SIMMAC_TEST_FOLDER "/installed-XXXXXX") {
+    std::filesystem::create_directories(SIMMAC_TEST_FOLDER);
+    EXPECT_NE(mkdtemp(_folder.data()), nullptr);
+    const std::filesystem::path built = std::filesystem::path(SIMMAC_EXECUTABLE).parent_path();
+    std::filesystem::create_directory(_folder + "/bin");
+    for (const char* name : {"simmac", "mac-tool"}) {
+      std::filesystem::copy(built / name, _folder + "/bin/" + name);
+    }
+    std::filesystem::copy(built / "../share", _folder + "/share");
+  }
+  ~Installation() {
+    std::error_code ignored;
+    std::filesystem::remove_all(_folder, ignored);
+  }
+  Installation(const Installation&) = delete;
+  Installation& operator=(const Installation&) = delete;
+
+  std::string cache() const { return _folder + "/bin/simmac-cache"; }
+  std::string mac() const { return _folder + "/mac"; }
+  RunResult create() const {
+    return RunProgram({_folder + "/bin/simmac", "create", mac(), "--tools-only"});
+  }
+
+ private:
+  std::string _folder;
+};
+
+constexpr char kZone[] = "/usr/share/zoneinfo/UTC";
+
+TEST_F(Create, NeverSharesTheHostsOwnFiles) {
+  const Installation installation;
+  std::ofstream(installation.cache()) << "no folder";
+  const RunResult created = installation.create();
+  ASSERT_EQ(created.status, 0) << created.err;
+  struct stat status {};
+  ASSERT_EQ(stat((installation.mac() + kZone).c_str(), &status), 0);
+  EXPECT_EQ(status.st_nlink, 1U);
+  EXPECT_EQ(
+      RunProgram({SIMMAC_EXECUTABLE, "run", installation.mac(), "/usr/bin/fdesetup", "status"}).out,
+      "FileVault is Off.\n");
+}
+
+TEST_F(Create, KeepsWhatMacsShareReadOnly) {
+  const Installation installation;
+  ASSERT_EQ(installation.create().status, 0);
+  struct stat status {};
+  ASSERT_EQ(stat((installation.mac() + kZone).c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0444U);
+  EXPECT_EQ(status.st_nlink, 2U);
+}
+
+TEST_F(Create, WorksWithADamagedManifest) {
+  const Installation installation;
+  std::filesystem::create_directory(installation.cache());
+  for (const char* manifest :
+       {R"({"executables": 5, "copies": ["x"]})", R"([1])", R"({"copies": {"/usr/share)"}) {
+    std::ofstream(installation.cache() + "/manifest.json") << manifest;
+    const RunResult created = installation.create();
+    EXPECT_EQ(created.status, 0) << manifest << created.err;
+    std::filesystem::remove_all(installation.mac());
+  }
+}
+
+TEST_F(CommandLine, RefusesADirectoryWithoutAName) {
+  const std::string sentence = "simmac: The directory of the Mac has no name.\n";
+  // The harmless ones first: a Mac without a name would be the host.
+  for (const Words& words : {Words{"status", ""}, Words{"journal", ""}, Words{"fault", "", "list"},
+                             Words{"run", "", "/bin/true"}, Words{"boot", ""},
+                             Words{"create", "", "--tools-only", "--trust", "/nonexistent.pem"}}) {
+    Words command = {SIMMAC_EXECUTABLE};
+    command.insert(command.end(), words.begin(), words.end());
+    const RunResult result = RunProgram(command);
+    ASSERT_EQ(result.status, 1) << words[0];
+    ASSERT_EQ(result.err, sentence) << words[0];
+  }
+}
+
+TEST_F(CommandLine, LeavesACommandsOptionsToTheCommand) {
+  const TestMac mac;
+  const Words command = {"/usr/bin/pkill", "-KILL", "--user", "-h", "-x", "loginwindow"};
+  (void)mac.simmac("run", command);
+  (void)mac.simmac("run", {"--user", "admin", "/usr/bin/fdesetup", "status", "--user"});
+  const std::vector<Json> calls = mac.journal();
+  ASSERT_EQ(calls.size(), 2U);
+  EXPECT_EQ(calls[0]["arguments"], Json({"-KILL", "--user", "-h", "-x", "loginwindow"}));
+  EXPECT_EQ(calls[1]["arguments"], Json({"status", "--user"}));
+}
+
+TEST_F(CommandLine, EndsWhatACommandLeavesInTheBackground) {
+  const TestMac mac;
+  mac.installJob();
+  EXPECT_EQ(mac.run({"/usr/bin/test-job", "/private/tmp/job.txt", "orphan"}).status, 0);
+  const std::vector<pid_t> pids = mac.processes("job");
+  ASSERT_EQ(pids.size(), 2U);
+  EXPECT_FALSE(IsAlive(pids[1]));
+}
+
+TEST_F(CommandLine, SaysWhyACommandWasNotStarted) {
+  const TestMac mac;
+  platform::MacUser user = *mac.tree().userNamed("admin");
+  user.name = "unchanged";
+  user.uid = ~0U;
+  ASSERT_TRUE(mac.tree().writeUser(user));
+  const RunResult result = mac.run({"/usr/bin/fdesetup", "status"}, "unchanged");
+  EXPECT_EQ(result.status, 127);
+  EXPECT_EQ(result.err, "/usr/bin/fdesetup: it cannot become its user: Invalid argument\n");
+  EXPECT_EQ(mac.run({"/usr/bin/nothing"}).err,
+            "/usr/bin/nothing: it cannot be started: No such file or directory\n");
 }
 
 TEST_F(CommandLine, AnswersWrongUsageWithStatusTwo) {

@@ -84,6 +84,41 @@ TEST_F(Faults, HoldForOrdinaryUsersToo) {
   EXPECT_EQ(mac.run({kFdeSetup, "status"}, "admin").status, 0);
 }
 
+TEST_F(Faults, AreRefusedWithNumbersThatMeanNothing) {
+  const TestMac mac;
+  for (const Words& option :
+       {Words{"--status", "256"}, Words{"--status", "-1"}, Words{"--signal", "0"},
+        Words{"--signal", "65"}, Words{"--times", "0"}, Words{"--delay-ms", "-1"}}) {
+    Words arguments = {"add", "--target", kFdeSetup, option[0] + "=" + option[1]};
+    EXPECT_EQ(mac.simmac("fault", arguments).status, 2) << option[0] << " " << option[1];
+  }
+  EXPECT_EQ(
+      mac.simmac("fault", {"add", "--target", "directory.openLocal", "--status=-14120"}).status, 0);
+}
+
+TEST_F(Faults, AreTakenWithAWarningForATargetNobodyKnows) {
+  const TestMac mac;
+  const RunResult result = mac.simmac("fault", {"add", "--target", "/usr/bin/fdsetup"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err,
+            "simmac: Nothing in a Mac is known to ask for faults of /usr/bin/fdsetup.\n");
+  EXPECT_EQ(mac.simmac("fault", {"add", "--target", kFdeSetup}).err, "");
+}
+
+TEST_F(Faults, AreNotReplacedWhenTheyCannotBeRead) {
+  const TestMac mac;
+  const std::string damaged = R"([{"target": "/usr/bin/fdesetup",}])";
+  mac.write(platform::kMacFaults, damaged);
+  const RunResult result = mac.simmac("fault", {"add", "--target", kFdeSetup});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "simmac: " + mac.path(platform::kMacFaults) +
+                            " is not a list of faults; \"fault MAC clear\" removes it.\n");
+  EXPECT_EQ(mac.simmac("fault", {"list"}).status, 1);
+  EXPECT_EQ(mac.read(platform::kMacFaults), damaged);
+  EXPECT_EQ(mac.simmac("fault", {"clear"}).status, 0);
+  EXPECT_EQ(mac.simmac("fault", {"add", "--target", kFdeSetup}).status, 0);
+}
+
 TEST_F(Faults, CanBeListedAndCleared) {
   const TestMac mac;
   add(mac, kFdeSetup, {"--status", "3"});

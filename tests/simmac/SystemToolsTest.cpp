@@ -1,3 +1,10 @@
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <regex>
+
+#include "simulator/mac/Descriptor.h"
 #include "tests/simmac/TestMac.h"
 
 namespace simmac {
@@ -8,6 +15,7 @@ class ShutdownTool : public SimulatedMacTest {};
 class PKillTool : public SimulatedMacTest {};
 class LaunchCtlTool : public SimulatedMacTest {};
 class Journal : public SimulatedMacTest {};
+class Status : public SimulatedMacTest {};
 
 constexpr char kUsage[] =
     "usage: shutdown [-] [-h | -r | -s | -k] [-o [-n]] [-q] time [warning-message ...]\n";
@@ -35,6 +43,32 @@ TEST_F(ShutdownTool, ChecksTheCallerBeforeTheArguments) {
   const RunResult result = mac.run({"/sbin/shutdown", "now"}, "admin");
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err, "shutdown: NOT super-user\n");
+}
+
+TEST_F(ShutdownTool, SaysWhenItIsToldALaterTime) {
+  const TestMac mac;
+  const RunResult result = mac.run({"/sbin/shutdown", "-r", "0330"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_TRUE(std::regex_match(
+      result.out,
+      std::regex(R"(Shutdown at [A-Z][a-z]{2} [A-Z][a-z]{2} [ \d]\d 03:30:00 \d{4}\.\n)")))
+      << result.out;
+  EXPECT_TRUE(std::regex_match(result.err, std::regex(R"(shutdown: \[pid \d+\]\n)"))) << result.err;
+  EXPECT_EQ(mac.run({"/sbin/shutdown", "-h", "+5"}).status, 0);
+  EXPECT_EQ(mac.read(platform::kMacPowerRequest), "");
+}
+
+TEST_F(ShutdownTool, RefusesTimesThatAreNone) {
+  const TestMac mac;
+  const RunResult past = mac.run({"/sbin/shutdown", "-r", "2001010000"});
+  EXPECT_EQ(past.status, 1);
+  EXPECT_EQ(past.err, "shutdown: that time is already past.\n");
+  for (const char* time : {"2460", "033", "203013010000", "+", "+1x", "-", "3:3:0"}) {
+    EXPECT_EQ(mac.run({"/sbin/shutdown", "-r", time}).status, 1) << time;
+  }
+  const RunResult none = mac.run({"/sbin/shutdown", "-r"});
+  EXPECT_EQ(none.status, 1);
+  EXPECT_EQ(none.err, kUsage);
 }
 
 TEST_F(ShutdownTool, ExplainsWrongUse) {
@@ -90,6 +124,37 @@ TEST_F(Journal, HasALineForEveryCall) {
                             {"output", "FileVault is Off.\n"}}));
   EXPECT_EQ(calls[1]["status"], 1);
   EXPECT_EQ(calls[1]["output"], "shutdown: bad time format\n");
+}
+
+TEST_F(Journal, IsShownWhateverAnybodyHasWrittenIntoIt) {
+  const TestMac mac;
+  mac.write(platform::kMacJournal,
+            "{\"tool\": 5, \"status\": \"no\", \"arguments\": [1, \"two\"], \"output\": {}}\n"
+            "[]\nnothing\n{\"tool\": \"/bin/x\", \"status\": -123456789}\n");
+  const RunResult result = mac.simmac("journal");
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out, "   0   two\n-123456789  /bin/x\n");
+}
+
+TEST_F(Journal, SaysThatItIsNotThere) {
+  const TestMac mac;
+  ASSERT_EQ(unlink(mac.path(platform::kMacJournal).c_str()), 0);
+  ASSERT_EQ(unlink(mac.path(platform::kMacSystemLog).c_str()), 0);
+  const RunResult journal = mac.simmac("journal");
+  EXPECT_EQ(journal.status, 1);
+  EXPECT_EQ(journal.err, "simmac: " + mac.path(platform::kMacJournal) + " cannot be read.\n");
+  EXPECT_EQ(mac.simmac("log").status, 1);
+}
+
+TEST_F(Status, IsShownWhateverAnybodyHasWrittenIntoItsFile) {
+  const TestMac mac;
+  mac.write("/private/var/simulated/boot.json",
+            R"({"count": "many", "daemons": [1, 2], "login": "yes"})");
+  mac.write(platform::kMacLaunchdPid, std::to_string(getpid()) + "\n");
+  const Descriptor claim = OpenFile(mac.path(platform::kMacLaunchdPid), O_RDWR);
+  ASSERT_TRUE(TakeLock(claim.get()));
+  EXPECT_EQ(mac.simmac("status").out, "running, boot 0\n");
+  EXPECT_EQ(mac.status()["login"], false);
 }
 
 TEST_F(Journal, IsShownToPeople) {

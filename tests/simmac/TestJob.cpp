@@ -3,6 +3,8 @@
 //   wait        until it is told to end
 //   stubborn    wait, deaf to SIGTERM
 //   parent      start an orphan that is deaf to SIGTERM, then wait
+//   orphan      start such an orphan, then end with status 0
+//   writer      start a child that is deaf to SIGTERM and fills $HOME, then wait
 //   exit N      end with a status
 
 #include <fcntl.h>
@@ -55,14 +57,33 @@ void Append(const char* path, const std::string& text) {
   while (true) (void)pause();
 }
 
-void LeaveOrphan(const char* path) {
+/// Runs `work` in a process that is deaf to SIGTERM, below one that ends at once, and returns when
+/// it has reported.
+void LeaveOrphan(const char* path, void (*work)()) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) std::abort();
   if (fork() == 0) {
     if (fork() == 0) {
       (void)signal(SIGTERM, SIG_IGN);
       Append(path, Description());
-      Wait();
+      (void)close(ends[1]);
+      work();
     }
     _exit(0);
+  }
+  (void)close(ends[1]);
+  char none = 0;
+  (void)!read(ends[0], &none, 1);
+}
+
+[[noreturn]] void FillHome() {
+  constexpr int kFiles = 1000;
+  const std::string folder = Variable("HOME") + "/busy";
+  for (int number = 0;; number = (number + 1) % kFiles) {
+    (void)mkdir(Variable("HOME").c_str(), 0700);
+    (void)mkdir(folder.c_str(), 0700);
+    const std::string file = folder + "/" + std::to_string(number);
+    (void)close(open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
   }
 }
 
@@ -74,7 +95,9 @@ int main(int count, char** values) {
   if (verb == "stubborn") (void)signal(SIGTERM, SIG_IGN);
   (void)std::fprintf(stderr, "test job\n");
   Append(values[1], Description());
-  if (verb == "parent") LeaveOrphan(values[1]);
+  if (verb == "parent" || verb == "orphan") LeaveOrphan(values[1], Wait);
+  if (verb == "writer") LeaveOrphan(values[1], FillHome);
+  if (verb == "orphan") return 0;
   if (verb == "exit") return count > 3 ? std::atoi(values[3]) : 0;
   Wait();
 }

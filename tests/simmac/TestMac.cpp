@@ -133,9 +133,19 @@ std::vector<Json> TestMac::journal() const {
   return calls;
 }
 
+void TestMac::installJob() const {
+  if (!fs::exists(path(kJobPath))) fs::copy_file(SIMMAC_TEST_JOB, path(kJobPath));
+}
+
+void TestMac::changeList(const std::string& path, const Json& keys) const {
+  Json list = tree().readPropertyList(path).value_or(Json::object());
+  list.update(keys);
+  EXPECT_TRUE(tree().writePropertyList(path, list, platform::PropertyListFormat::kXml, 0644));
+}
+
 void TestMac::addJob(const std::string& folder, const std::string& label, const Words& verb,
                      const Json& keepAlive) const {
-  if (!fs::exists(path(kJobPath))) fs::copy_file(SIMMAC_TEST_JOB, path(kJobPath));
+  installJob();
   Words arguments = {kJobPath, ReportPath(label)};
   arguments.insert(arguments.end(), verb.begin(), verb.end());
   Json list = JobList(label, arguments, keepAlive);
@@ -173,7 +183,7 @@ std::vector<pid_t> TestMac::processes(const std::string& label) const {
   return pids;
 }
 
-pid_t TestMac::boot(const Words& options) {
+void TestMac::startBoot(const Words& options) {
   const Descriptor out = OpenFile(path(kTimeline), O_WRONLY | O_CREAT | O_APPEND, 0644);
   SpawnRequest request;
   request.arguments = {SIMMAC_EXECUTABLE, "boot", _root};
@@ -181,6 +191,16 @@ pid_t TestMac::boot(const Words& options) {
   request.environment = PlainEnvironment();
   request.output = request.error = out.get();
   _boot = Spawn(request);
+}
+
+pid_t TestMac::bootWithoutLogin(const Words& options) {
+  startBoot(options);
+  EXPECT_TRUE(Eventually([this] { return status().value("running", false); })) << timeline();
+  return _boot;
+}
+
+pid_t TestMac::boot(const Words& options) {
+  startBoot(options);
   EXPECT_TRUE(Eventually([this] {
     const Json now = status();
     return now.value("running", false) && now.value("login", false);

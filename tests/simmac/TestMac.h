@@ -54,6 +54,11 @@ class TestMac {
 
   std::vector<Json> journal() const;
 
+  /// Puts the test job into the Mac, as addDaemon and addAgent do: /usr/bin/test-job.
+  void installJob() const;
+  /// Changes keys of a job's property list.
+  void changeList(const std::string& path, const Json& keys) const;
+
   /// Makes the test job a daemon or an agent. It reports to `report(label)`.
   void addDaemon(const std::string& label, const Words& verb, const Json& keepAlive = false) const;
   void addAgent(const std::string& label, const Words& verb, const Json& keepAlive = false) const;
@@ -64,8 +69,11 @@ class TestMac {
   /// The process ids of all the job's processes so far.
   std::vector<pid_t> processes(const std::string& label) const;
 
-  /// Boots it in the background; the process id of `simmac boot`.
+  /// Boots it in the background and waits for the login window's decision; the process id of
+  /// `simmac boot`.
   pid_t boot(const Words& options = {});
+  /// The same, waiting for nothing but that it runs.
+  pid_t bootWithoutLogin(const Words& options);
   /// Waits until `simmac boot` has ended; its exit status.
   int bootStatus();
   /// What `simmac boot` printed so far.
@@ -75,6 +83,7 @@ class TestMac {
   bool hasSession(uid_t uid) const;                 ///< at present
 
  private:
+  void startBoot(const Words& options);
   void addJob(const std::string& folder, const std::string& label, const Words& verb,
               const Json& keepAlive) const;
 

@@ -7,6 +7,9 @@
 
 #include "platform/simulated/MacFiles.h"
 #include "simulator/mac/Accounts.h"
+#include "simulator/mac/PowerSettings.h"
+#include "simulator/mac/SettingsFile.h"
+#include "simulator/mac/TimeSettings.h"
 #include "simulator/mac/commands/Commands.h"
 #include "simulator/mac/commands/LibraryCache.h"
 #include "simulator/mac/commands/Seeds.h"
@@ -111,6 +114,8 @@ void MakeSimulatedFiles(TreeBuilder& tree) {
   tree.file(platform::kMacJournal, "", kEverybody);
   tree.file(platform::kMacFaultsLock, "", kEverybody);
   tree.file(platform::kMacFileVault, "{\"status\": \"FileVault is Off.\"}\n");
+  tree.file(kPowerSettings, PowerSettingsSeed().dump(2) + "\n");
+  tree.file(kTimeSettings, TimeSettingsSeed().dump(2) + "\n");
   tree.file(platform::kMacSystemLog, "", kEverybody);
 }
 
@@ -141,6 +146,7 @@ std::vector<MacGroup> FirstGroups() {
 void MakeAccounts(TreeBuilder& tree) {
   if (!tree.problem().empty()) return;
   const MacTree mac(tree.root());
+  const platform::MacDirectoryLock lock(mac);
   bool made = true;
   for (const MacGroup& group : FirstGroups()) made = mac.writeGroup(group) && made;
   const MacUser root{"root",      "System Administrator", 0, 0, "/var/root", "/bin/sh", NewUuid(),
@@ -149,8 +155,8 @@ void MakeAccounts(TreeBuilder& tree) {
   NewAccount account;
   account.name = "admin";
   account.fullName = "Administrator";
-  const std::optional<MacUser> admin = NewUserRecord(mac, account);
-  made = admin && AddAccount(mac, *admin, true) && CreateHome(mac, *admin) && made;
+  const std::optional<MacUser> admin = NewUserRecord(mac, lock, account);
+  made = admin && AddAccount(mac, lock, *admin, true) && CreateHome(mac, *admin) && made;
   if (!made) tree.fail("The accounts in " + tree.root() + " cannot be written");
 }
 
@@ -170,7 +176,8 @@ void InstallTools(TreeBuilder& tree, const Companions& companions) {
 
 void InstallProgram(TreeBuilder& tree, const Program& program, const Companions& companions) {
   const std::string source = companions.folder + "/" + program.source;
-  if (!fs::exists(source)) {
+  std::error_code error;
+  if (!fs::exists(source, error)) {
     tree.fail("The program " + source + " is not built yet; without it only --tools-only works");
     return;
   }
@@ -218,7 +225,9 @@ void InstallSoftware(TreeBuilder& tree, const CreateOptions& options) {
 /// Whether the place is free, made so if that was asked for.
 bool MakeRoom(const std::string& root, bool force) {
   std::error_code error;
-  if (!fs::exists(root) || fs::is_empty(root, error)) return true;
+  const bool taken = fs::exists(root, error);
+  if (error) return Refuse(root + " cannot be looked at: " + error.message() + ".") == 0;
+  if (!taken || fs::is_empty(root, error)) return true;
   if (!force) return Refuse(root + " exists already.") == 0;
   if (!IsMac(root)) return false;
   if (RunningLaunchd(root)) return Refuse("The Mac " + root + " is running.") == 0;

@@ -39,13 +39,14 @@ void FolderWatch::wait(int milliseconds) {
   }
 }
 
-void EachLine(const std::string& path, bool follow,
+bool EachLine(const std::string& path, bool follow,
               const std::function<void(const std::string&)>& use) {
   FolderWatch watch(std::filesystem::path(path).parent_path());
   const Descriptor file = OpenFile(path, O_RDONLY);
+  if (!file.valid()) return false;
   std::string rest;
   ReadLines(file.get(), rest, use);
-  if (!follow) return;
+  if (!follow) return true;
   for (;;) {
     watch.wait(-1);
     ReadLines(file.get(), rest, use);

@@ -23,8 +23,8 @@ class FolderWatch {
 };
 
 /// Hands over every whole line of a file, from its first one; with `follow` also those that are
-/// appended later, until the program is ended.
-void EachLine(const std::string& path, bool follow,
-              const std::function<void(const std::string&)>& use);
+/// appended later, until the program is ended. False when the file cannot be opened.
+[[nodiscard]] bool EachLine(const std::string& path, bool follow,
+                            const std::function<void(const std::string&)>& use);
 
 }  // namespace simmac

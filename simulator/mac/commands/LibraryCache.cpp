@@ -12,7 +12,7 @@
 
 #include "platform/Json.h"
 #include "platform/simulated/MacFiles.h"
-#include "simulator/mac/Children.h"
+#include "simulator/mac/JsonFields.h"
 #include "simulator/mac/Spawn.h"
 
 namespace simmac {
@@ -70,6 +70,16 @@ bool CopyStripped(const std::string& from, const std::string& to) {
   return stripped || CopyFile(from, to);
 }
 
+/// Nobody but root writes such a file by mistake; whoever may run it still may.
+mode_t ReadOnlyMode(const std::string& path) {
+  constexpr mode_t kReadable = 0444;
+  constexpr mode_t kExecutable = 0555;
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 && (status.st_mode & S_IXUSR) ? kExecutable : kReadable;
+}
+
+bool MakeReadOnly(const std::string& path) { return chmod(path.c_str(), ReadOnlyMode(path)) == 0; }
+
 /// The absolute paths in lines such as "libc.so.6 => /lib/libc.so.6 (0x7f…)" and
 /// "/lib64/ld-linux.so.2 (0x7f…)".
 std::vector<std::string> ParseLibraries(const std::string& answer) {
@@ -85,23 +95,34 @@ std::vector<std::string> ParseLibraries(const std::string& answer) {
   return paths;
 }
 
+/// The lock on the cache folder, which is made if need be; invalid when that is impossible.
+Descriptor LockFolder(const std::string& folder) {
+  std::error_code ignored;
+  fs::create_directories(folder, ignored);
+  Descriptor lock = OpenFile(folder + "/lock", O_RDWR | O_CREAT, 0644);
+  const bool locked =
+      lock.valid() && RetryInterrupted([&] { return flock(lock.get(), LOCK_EX); }) == 0;
+  return locked ? std::move(lock) : Descriptor();
+}
+
 /// The cache folder under its lock: copies of libraries, and a manifest that says what they were
-/// copied from and what each executable needs.
+/// copied from and what each executable needs. A folder that cannot be locked keeps nothing.
 class Cache {
  public:
-  explicit Cache(std::string folder) : _folder(std::move(folder)) {
-    std::error_code ignored;
-    fs::create_directories(_folder, ignored);
-    _lock = OpenFile(_folder + "/lock", O_RDWR | O_CREAT, 0644);
-    if (_lock.valid()) (void)flock(_lock.get(), LOCK_EX);
-    _manifest = platform::MacTree(_folder).readJson(kManifest).value_or(Json::object());
-    if (!_manifest.is_object()) _manifest = Json::object();
+  explicit Cache(std::string folder) : _folder(std::move(folder)), _lock(LockFolder(_folder)) {
+    const Json manifest = platform::MacTree(_folder).readJson(kManifest).value_or(Json::object());
+    // Rebuilt from what can be used of it.
+    _executables = ObjectOf(manifest, "executables");
+    _copies = ObjectOf(manifest, "copies");
   }
 
   ~Cache() {
+    if (!_changed || !_lock.valid()) return;
     constexpr mode_t kMode = 0644;
+    const Json manifest = {{"executables", _executables}, {"copies", _copies}};
+    const std::string text = manifest.dump(-1, ' ', false, Json::error_handler_t::replace);
     // A manifest that cannot be kept costs time at the next use, nothing else.
-    if (_changed) (void)platform::MacTree(_folder).replace(kManifest, _manifest.dump(), kMode);
+    (void)platform::MacTree(_folder).replace(kManifest, text, kMode);
   }
 
   Cache(const Cache&) = delete;
@@ -110,44 +131,58 @@ class Cache {
   /// The libraries of an executable.
   std::vector<std::string> librariesOf(const std::string& executable) {
     const std::string stamp = Stamp(executable);
-    Json& entry = _manifest["executables"][executable];
-    if (!entry.is_object() || entry.value("stamp", "") != stamp) {
+    Json& entry = _executables[executable];
+    if (TextOf(entry, "stamp") != stamp || TextsOf(entry, "libraries").empty()) {
       entry = {
           {"stamp", stamp},
           {"libraries", ParseLibraries(RunHostProgram({"/usr/bin/ldd", executable}).value_or(""))}};
       _changed = true;
     }
-    return entry["libraries"].get<std::vector<std::string>>();
+    return TextsOf(entry, "libraries");
   }
 
-  /// A copy of a host's file that every Mac may link to; the file itself when it cannot be copied.
-  std::string copyOf(const std::string& path) { return keep(path, CopyFile); }
+  /// A copy of a host's file that every Mac may link to; nothing when it cannot be kept.
+  std::optional<std::string> copyOf(const std::string& path) { return keep(path, CopyFile); }
 
   /// The same for an executable, without its debugging information where objcopy is at hand.
-  std::string strippedCopyOf(const std::string& path) { return keep(path, CopyStripped); }
+  std::optional<std::string> strippedCopyOf(const std::string& path) {
+    return keep(path, CopyStripped);
+  }
 
  private:
-  std::string keep(const std::string& path,
-                   bool (*copyFile)(const std::string&, const std::string&)) {
+  std::optional<std::string> keep(const std::string& path,
+                                  bool (*copyFile)(const std::string&, const std::string&)) {
+    if (!_lock.valid()) return std::nullopt;
     std::string copy = _folder + path;
     const std::string stamp = Stamp(path);
-    Json& known = _manifest["copies"][path];
-    if (known == stamp && fs::exists(copy)) return copy;
+    Json& known = _copies[path];
     std::error_code error;
+    if (known == stamp && fs::exists(copy, error)) return copy;
     fs::create_directories(fs::path(copy).parent_path(), error);
     // Removed first: Macs that link to the old copy keep it.
     fs::remove(copy, error);
-    if (!copyFile(path, copy)) return path;
+    if (!copyFile(path, copy) || !MakeReadOnly(copy)) return std::nullopt;
     known = stamp;
     _changed = true;
     return copy;
   }
 
   const std::string _folder;
-  Descriptor _lock;
-  Json _manifest;
+  const Descriptor _lock;
+  Json _executables;
+  Json _copies;
   bool _changed = false;
 };
+
+/// Gives the Mac a file of the host at the same place, by way of the cache. Without a cache it
+/// becomes a file of the Mac's own: a second name of the host's would let the Mac's root write it.
+void ShareHostFile(TreeBuilder& tree, Cache& cache, const std::string& path) {
+  const std::optional<std::string> copy = cache.copyOf(path);
+  if (copy)
+    tree.share(path, *copy);
+  else
+    tree.copy(path, path, ReadOnlyMode(path));
+}
 
 bool IsVariant(const fs::path& entry) {
   return entry.filename() == "posix" || entry.filename() == "right";
@@ -164,13 +199,13 @@ void InstallLibraries(TreeBuilder& tree, const std::vector<std::string>& executa
     if (needed.empty()) tree.fail("The libraries of " + executable + " are not known to ldd");
     libraries.insert(needed.begin(), needed.end());
   }
-  for (const std::string& library : libraries) tree.share(library, cache.copyOf(library));
+  for (const std::string& library : libraries) ShareHostFile(tree, cache, library);
 }
 
 void InstallExecutable(TreeBuilder& tree, const std::string& path, const std::string& executable,
                        const std::string& cacheFolder) {
   constexpr mode_t kMode = 0755;
-  tree.copy(path, Cache(cacheFolder).strippedCopyOf(executable), kMode);
+  tree.copy(path, Cache(cacheFolder).strippedCopyOf(executable).value_or(executable), kMode);
 }
 
 void InstallTimeZones(TreeBuilder& tree, const std::string& cacheFolder) {
@@ -180,7 +215,7 @@ void InstallTimeZones(TreeBuilder& tree, const std::string& cacheFolder) {
   for (; !error && entries != fs::recursive_directory_iterator(); entries.increment(error)) {
     if (IsVariant(entries->path())) entries.disable_recursion_pending();
     if (entries->is_regular_file(error)) {
-      tree.share(entries->path(), cache.copyOf(entries->path()));
+      ShareHostFile(tree, cache, entries->path());
     }
   }
 }

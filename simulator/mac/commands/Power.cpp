@@ -4,6 +4,7 @@
 
 #include "platform/simulated/MacFiles.h"
 #include "simulator/mac/Descriptor.h"
+#include "simulator/mac/JsonFields.h"
 #include "simulator/mac/commands/Commands.h"
 #include "simulator/mac/commands/Follow.h"
 #include "simulator/mac/launchd/Launchd.h"
@@ -16,11 +17,8 @@ using platform::MacTree;
 /// Patience with a Mac that goes down: more than all of its jobs may take.
 constexpr std::chrono::seconds kPatience{60};
 
-int BootCount(const MacTree& mac) {
-  const Json file = mac.readJson(kBootFile).value_or(Json::object());
-  const bool known =
-      file.is_object() && file.contains("count") && file["count"].is_number_integer();
-  return known ? file["count"].get<int>() : 0;
+std::int64_t BootCount(const MacTree& mac) {
+  return IntegerOf(mac.readJson(kBootFile).value_or(Json::object()), "count");
 }
 
 bool Ask(const MacTree& mac, pid_t launchd, const std::string& request) {
@@ -63,7 +61,7 @@ std::optional<pid_t> RunningLaunchd(const std::string& root) {
 }
 
 int RebootMac(const std::string& root) {
-  const int before = BootCount(MacTree(root));
+  const std::int64_t before = BootCount(MacTree(root));
   return AskAndWait(root, "restart", [&] { return BootCount(MacTree(root)) > before; });
 }
 

@@ -42,6 +42,7 @@ int WaitFor(pid_t command, SignalWaiter& signals) {
 int RunInMac(const std::string& root, const RunOptions& options) {
   if (!IsMac(root)) return 1;
   const Descriptor proc = OpenProc();
+  if (!proc.valid()) return Refuse("/proc cannot be opened.");
   if (chroot(root.c_str()) != 0 || chdir("/") != 0) return Refuse(root + " cannot be entered.");
   const std::optional<MacUser> user = FindUser(MacTree(), options.user);
   if (!user) return Refuse("There is no account " + options.user + ".");
@@ -54,8 +55,13 @@ int RunInMac(const std::string& root, const RunOptions& options) {
   request.inherited = {proc.get()};
   request.newSession = true;
   request.user = user;
+  // What the command leaves in the background ends with it, as it would with its terminal.
+  AdoptOrphans();
   const pid_t command = Spawn(request);
-  return command > 0 ? WaitFor(command, signals) : Refuse("No process can be started.");
+  if (command <= 1) return Refuse("No process can be started.");
+  const int status = WaitFor(command, signals);
+  KillChildren(proc.get());
+  return status;
 }
 
 }  // namespace simmac

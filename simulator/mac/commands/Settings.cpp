@@ -18,7 +18,8 @@ int Refuse(const std::string& sentence) {
 
 bool IsMac(const std::string& root) {
   const MacTree mac(root);
-  if (std::filesystem::is_directory(mac.path(platform::kMacSimulated))) return true;
+  std::error_code error;
+  if (std::filesystem::is_directory(mac.path(platform::kMacSimulated), error)) return true;
   return Refuse(root + " is not a simulated Mac.") == 0;
 }
 
@@ -26,12 +27,13 @@ int AddUser(const std::string& root, const std::string& name,
             const std::optional<std::string>& password, bool administrator) {
   if (!IsMac(root)) return 1;
   const MacTree mac(root);
+  const platform::MacDirectoryLock lock(mac);
   if (mac.userNamed(name)) return Refuse("The account " + name + " exists already.");
   NewAccount account;
   account.name = name;
   account.password = password;
-  const std::optional<MacUser> user = NewUserRecord(mac, account);
-  const bool added = user && AddAccount(mac, *user, administrator) && CreateHome(mac, *user);
+  const std::optional<MacUser> user = NewUserRecord(mac, lock, account);
+  const bool added = user && AddAccount(mac, lock, *user, administrator) && CreateHome(mac, *user);
   return added ? 0 : Refuse("The account " + name + " cannot be made.");
 }
 

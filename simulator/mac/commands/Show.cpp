@@ -3,6 +3,7 @@
 
 #include "platform/simulated/MacFiles.h"
 #include "simulator/mac/GuiSessions.h"
+#include "simulator/mac/JsonFields.h"
 #include "simulator/mac/commands/Commands.h"
 #include "simulator/mac/commands/Follow.h"
 #include "simulator/mac/launchd/Launchd.h"
@@ -22,14 +23,14 @@ Json Status(const std::string& root) {
   const std::optional<pid_t> launchd = RunningLaunchd(root);
   const Json boot = mac.readJson(kBootFile).value_or(Json::object());
   Json status = {{"running", launchd.has_value()},
-                 {"bootCount", boot.value("count", 0)},
+                 {"bootCount", IntegerOf(boot, "count")},
                  {"daemons", Json::object()},
                  {"login", false},
                  {"sessions", Json::array()}};
   if (!launchd) return status;
   status["launchd"] = *launchd;
-  status["daemons"] = boot.value("daemons", Json::object());
-  status["login"] = boot.value("login", false);
+  status["daemons"] = ObjectOf(boot, "daemons");
+  status["login"] = FlagOf(boot, "login");
   for (const GuiSession& session : GuiSessions(mac)) {
     const auto user = mac.userWithUid(session.uid);
     status["sessions"].push_back({{"uid", session.uid},
@@ -52,9 +53,9 @@ void PrintStatus(const Json& status) {
   }
 }
 
-std::string Joined(const Json& arguments) {
+std::string Joined(const std::vector<std::string>& arguments) {
   std::string text;
-  for (const Json& argument : arguments) text += " " + argument.get<std::string>();
+  for (const std::string& argument : arguments) text += " " + argument;
   return text;
 }
 
@@ -62,10 +63,11 @@ std::string Joined(const Json& arguments) {
 void PrintCall(const std::string& line) {
   const Json call = Json::parse(line, nullptr, false);
   if (!call.is_object()) return;
-  char status[8];
-  (void)std::snprintf(status, sizeof status, "%4d  ", call.value("status", 0));
-  Print(status + call.value("tool", "") + Joined(call.value("arguments", Json::array())));
-  const std::string output = call.value("output", "");
+  constexpr std::size_t kWidth = 4;
+  const std::string status = std::to_string(IntegerOf(call, "status"));
+  const std::string padding(kWidth - std::min(kWidth, status.size()), ' ');
+  Print(padding + status + "  " + TextOf(call, "tool") + Joined(TextsOf(call, "arguments")));
+  const std::string output = TextOf(call, "output");
   std::size_t start = 0;
   while (start < output.size()) {
     const std::size_t end = std::min(output.find('\n', start), output.size());
@@ -74,13 +76,18 @@ void PrintCall(const std::string& line) {
   }
 }
 
+int ShowLines(const std::string& path, bool follow,
+              const std::function<void(const std::string&)>& print) {
+  return EachLine(path, follow, print) ? 0 : Refuse(path + " cannot be read.");
+}
+
 }  // namespace
 
 int ShowStatus(const std::string& root, bool json) {
   if (!IsMac(root)) return 1;
   const Json status = Status(root);
   if (json)
-    Print(status.dump(2));
+    Print(status.dump(2, ' ', false, Json::error_handler_t::replace));
   else
     PrintStatus(status);
   return 0;
@@ -88,14 +95,12 @@ int ShowStatus(const std::string& root, bool json) {
 
 int ShowJournal(const std::string& root, bool json, bool follow) {
   if (!IsMac(root)) return 1;
-  EachLine(MacTree(root).path(platform::kMacJournal), follow, json ? Print : PrintCall);
-  return 0;
+  return ShowLines(MacTree(root).path(platform::kMacJournal), follow, json ? Print : PrintCall);
 }
 
 int ShowSystemLog(const std::string& root, bool follow) {
   if (!IsMac(root)) return 1;
-  EachLine(MacTree(root).path(platform::kMacSystemLog), follow, Print);
-  return 0;
+  return ShowLines(MacTree(root).path(platform::kMacSystemLog), follow, Print);
 }
 
 }  // namespace simmac

@@ -35,7 +35,8 @@ void TreeBuilder::check(bool success, const std::string& path) {
 
 void TreeBuilder::parentOf(const std::string& path) {
   const std::string parent = fs::path(path).parent_path();
-  if (!fs::exists(_root + parent)) directory(parent);
+  std::error_code error;
+  if (!fs::exists(_root + parent, error)) directory(parent);
 }
 
 void TreeBuilder::directory(const std::string& path, mode_t mode) {

@@ -18,7 +18,8 @@ class TreeBuilder {
   void file(const std::string& path, const std::string& contents, mode_t mode = 0644);
   void link(const std::string& path, const std::string& target);  ///< a symbolic link
   void copy(const std::string& path, const std::string& source, mode_t mode);
-  /// A second name for a file outside the Mac, or a copy where that is impossible.
+  /// A second name for a file outside the Mac, or a copy where that is impossible. The Mac's root
+  /// can write such a file, so it must be one that exists for Macs only.
   void share(const std::string& path, const std::string& source);
   /// A second name for a file of the Mac.
   void alias(const std::string& path, const std::string& existing);

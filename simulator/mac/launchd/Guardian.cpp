@@ -25,7 +25,7 @@ int WaitFor(pid_t child, SignalWaiter& signals) {
   std::optional<int> status;
   while (!status) {
     const std::optional<int> signal = signals.wait(std::nullopt);
-    if (signal && *signal != SIGCHLD) (void)kill(child, SIGTERM);
+    if (signal && *signal != SIGCHLD && child > 1) (void)kill(child, SIGTERM);
     CollectChildren([child, &status](pid_t pid, int waitStatus) {
       if (pid == child) status = ExitStatus(waitStatus);
     });
@@ -38,6 +38,10 @@ int WaitFor(pid_t child, SignalWaiter& signals) {
 int Guard(const std::function<int()>& work) {
   const pid_t guardian = getpid();
   const Descriptor proc = OpenProc();
+  if (!proc.valid()) {
+    (void)std::fprintf(stderr, "simmac: /proc cannot be opened.\n");
+    return 1;
+  }
   AdoptOrphans();
   // Blocked before the child is there, so that none of them is lost.
   SignalWaiter signals({SIGCHLD, SIGTERM, SIGINT});

@@ -9,9 +9,9 @@ namespace simmac {
 /// Tells the guarded process to kill everything below it and to go.
 inline constexpr int kEndAtOnce = SIGQUIT;
 
-/// Runs `work` in a child and returns its exit status. SIGTERM is passed on. When the
-/// caller is killed the child receives kEndAtOnce; when the child is killed the caller kills what
-/// the child leaves behind.
+/// Runs `work` in a child and returns its exit status. SIGTERM and SIGINT reach the child as
+/// SIGTERM. When the caller is killed the child receives kEndAtOnce, and what it started is for it
+/// to kill; when the child ends, however that is, the caller kills what it leaves behind.
 int Guard(const std::function<int()>& work);
 
 }  // namespace simmac

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 
@@ -10,6 +11,7 @@
 #include "simulator/mac/Children.h"
 #include "simulator/mac/GuiSessions.h"
 #include "simulator/mac/JobRunner.h"
+#include "simulator/mac/JsonFields.h"
 #include "simulator/mac/Limits.h"
 #include "simulator/mac/Spawn.h"
 #include "simulator/mac/launchd/AutoLogin.h"
@@ -79,7 +81,7 @@ class Launchd {
   std::optional<Clock::time_point> nextDeadline() const;
   pid_t startDaemon(const LaunchJob& job) const;
   pid_t startLoginWindow(const MacUser& user) const;
-  int readCount() const;
+  std::int64_t readCount() const;
 
   const BootOptions _options;
   const MacTree _mac;
@@ -87,23 +89,24 @@ class Launchd {
   const Descriptor _null;
   SignalWaiter _signals;
   Services _services;
-  int _count;
+  std::int64_t _count;
   Json _reported;
 
   // One boot's state.
   std::optional<JobRunner> _daemons;
   std::optional<Clock::time_point> _loginAt;
+  bool _loginDecided = false;
   std::optional<Clock::time_point> _killSessionAt;
   std::optional<MacUser> _user;
   pid_t _session = -1;
   std::optional<Power> _ending;
 };
 
-int Launchd::readCount() const {
+std::int64_t Launchd::readCount() const {
+  // Anybody may have written the file.
+  constexpr std::int64_t kMost = 1'000'000'000;
   const Json file = _mac.readJson(kBootFile).value_or(Json::object());
-  const bool known =
-      file.is_object() && file.contains("count") && file["count"].is_number_integer();
-  return known ? file["count"].get<int>() : 0;
+  return std::clamp<std::int64_t>(IntegerOf(file, "count"), 0, kMost);
 }
 
 Power Launchd::boot() {
@@ -112,6 +115,7 @@ Power Launchd::boot() {
   EmptyFolder(platform::kMacGuiSessions);
   startDaemons();
   _loginAt = Clock::now() + _options.loginDelay;
+  _loginDecided = false;
   ++_count;
   serve();
   KillChildren(_proc.get());
@@ -175,6 +179,7 @@ void Launchd::logIn() {
   Say("login window: " + decision.explanation);
   _user = decision.user;
   if (_user) _session = startLoginWindow(*_user);
+  _loginDecided = true;
 }
 
 void Launchd::serve() {
@@ -186,7 +191,7 @@ void Launchd::serve() {
     if (_loginAt && *_loginAt <= now) logIn();
     if (_killSessionAt && *_killSessionAt <= now) {
       _killSessionAt.reset();
-      (void)kill(_session, SIGKILL);
+      if (_session > 1) (void)kill(_session, SIGKILL);
     }
     _daemons->killOverdue();
     _daemons->startDue();
@@ -228,7 +233,7 @@ void Launchd::end(Power power) {
   _ending = power;
   _loginAt.reset();
   _daemons->terminate();
-  if (_session <= 0 || _killSessionAt) return;
+  if (_session <= 1 || _killSessionAt) return;
   _killSessionAt = Clock::now() + kSessionExitTimeOut;
   (void)kill(_session, SIGTERM);
 }
@@ -236,6 +241,8 @@ void Launchd::end(Power power) {
 void Launchd::collect() {
   CollectChildren([this](pid_t pid, int status) {
     if (_daemons->childEnded(pid, status) || pid != _session) return;
+    // Nothing of a session outlives it, not even what an agent has started and left.
+    KillProcessSession(_proc.get(), pid);
     Say("login window: the session of " + _user->name + " ended");
     _session = -1;
     _killSessionAt.reset();
@@ -244,11 +251,14 @@ void Launchd::collect() {
 
 void Launchd::report() {
   Json daemons = Json::object();
-  for (const auto& [label, pid] : _daemons->running()) daemons[label] = pid;
-  const Json file = {{"count", _count}, {"daemons", daemons}, {"login", !_loginAt.has_value()}};
+  for (const JobRunner::Job& job : _daemons->jobs()) {
+    if (job.pid > 0) daemons[job.label] = job.pid;
+  }
+  const Json file = {{"count", _count}, {"daemons", daemons}, {"login", _loginDecided}};
   if (file == _reported) return;
   _reported = file;
-  if (!_mac.replace(kBootFile, file.dump() + "\n", kFileMode)) {
+  const std::string text = file.dump(-1, ' ', false, Json::error_handler_t::replace);
+  if (!_mac.replace(kBootFile, text + "\n", kFileMode)) {
     Say("launchd: " + std::string(kBootFile) + " cannot be written");
   }
 }
@@ -264,6 +274,10 @@ Descriptor ClaimMac() {
 
 int RunLaunchd(const std::string& root, const BootOptions& options) {
   Descriptor proc = OpenProc();
+  if (!proc.valid()) {
+    (void)WriteWhole(STDERR_FILENO, "simmac: /proc cannot be opened.\n");
+    return 1;
+  }
   if (chroot(root.c_str()) != 0 || chdir("/") != 0) {
     (void)WriteWhole(STDERR_FILENO, "simmac: " + root + " cannot be entered.\n");
     return 1;
@@ -280,6 +294,8 @@ int RunLaunchd(const std::string& root, const BootOptions& options) {
 }  // namespace
 
 int Boot(const std::string& root, const BootOptions& options) {
+  // Who reads the timeline may go away; the Mac runs on.
+  (void)signal(SIGPIPE, SIG_IGN);
   return Guard([&root, &options] { return RunLaunchd(root, options); });
 }
 

@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "simulator/mac/Accounts.h"
+#include "simulator/mac/FlatView.h"
 #include "simulator/mac/tools/Tool.h"
 
 namespace simmac {
@@ -64,31 +65,37 @@ int Usage(const ToolCall& call) {
               kError);
 }
 
-std::string CallersName(const MacTree& mac) {
-  const std::optional<MacUser> caller = mac.userWithUid(getuid());
+std::string CallersName(const FlatView& view) {
+  const MacUser* caller = view.userWithUid(getuid());
   return caller ? caller->name : "root";
 }
 
-int CheckMember(const ToolCall& call, const Options& options, const MacGroup& group) {
-  const MacTree mac;
-  const std::string name = options.member.empty() ? CallersName(mac) : options.member;
-  const std::optional<MacUser> user = mac.userNamed(name);
+/// Answers everybody, so it looks where everybody may: the records are for root only.
+int CheckMember(const ToolCall& call, const Options& options) {
+  const FlatView view{MacTree()};
+  const MacGroup* group = view.groupNamed(options.group);
+  if (!group) return Fail(call, "Group not found.", kError);
+  const std::string name = options.member.empty() ? CallersName(view) : options.member;
+  const MacUser* user = view.userNamed(name);
   if (!user) return Fail(call, "Unable to find the user record", kError);
-  const bool member = IsMember(*user, group);
+  const bool member = IsMember(*user, *group);
   call.output.out((member ? "yes " + name + " is a" : "no " + name + " is NOT a") + " member of " +
-                  group.name + "\n");
+                  group->name + "\n");
   return member ? 0 : kNotAMember;
 }
 
-int Edit(const ToolCall& call, const Options& options, const MacGroup& group) {
+int Edit(const ToolCall& call, const Options& options) {
   if (geteuid() != 0) return Fail(call, "Username and password must be provided.", kError);
+  const MacTree mac;
+  const platform::MacDirectoryLock lock(mac);
+  const std::optional<MacGroup> group = mac.groupNamed(options.group);
+  if (!group) return Fail(call, "Group not found.", kError);
   const bool adds = !options.add.empty();
   const std::string& name = adds ? options.add : options.remove;
   if (name.empty() || options.type != "user") return Usage(call);
-  const MacTree mac;
   if (!mac.userNamed(name)) return Fail(call, "Record was not found.", kRecordNotFound);
-  if (!SetMember(mac, group, name, adds)) return Fail(call, "Unable to edit the group.", kError);
-  return 0;
+  const bool edited = SetMember(mac, lock, *group, name, adds);
+  return edited ? 0 : Fail(call, "Unable to edit the group.", kError);
 }
 
 }  // namespace
@@ -97,10 +104,8 @@ int DsEditGroup(const ToolCall& call) {
   const std::optional<Options> options = ParseOptions(call.arguments);
   if (!options) return Usage(call);
   if (options->group.empty()) return Fail(call, "No group name provided", kError);
-  const std::optional<MacGroup> group = MacTree().groupNamed(options->group);
-  if (!group) return Fail(call, "Group not found.", kError);
-  if (options->operation == "checkmember") return CheckMember(call, *options, *group);
-  if (options->operation == "edit") return Edit(call, *options, *group);
+  if (options->operation == "checkmember") return CheckMember(call, *options);
+  if (options->operation == "edit") return Edit(call, *options);
   return Usage(call);
 }
 

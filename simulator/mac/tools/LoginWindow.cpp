@@ -64,6 +64,14 @@ std::optional<MacUser> RequestedUser(const MacTree& mac,
   return error == std::errc() && stop == end ? mac.userWithUid(uid) : std::nullopt;
 }
 
+/// An agent's own file for a stream, opened as the user. None when it names none, or one that the
+/// user may not write.
+Descriptor OpenOwnLog(const std::string& path) {
+  constexpr mode_t kMode = 0644;
+  if (path.rfind('/', 0) != 0) return Descriptor();
+  return OpenFile(path, O_WRONLY | O_CREAT | O_APPEND | O_NOCTTY | O_NONBLOCK, kMode);
+}
+
 pid_t StartAgent(const Session& session, const LaunchJob& job) {
   SpawnRequest request;
   request.arguments = job.arguments;
@@ -73,8 +81,13 @@ pid_t StartAgent(const Session& session, const LaunchJob& job) {
   request.directory = session.user.home;
   const auto log = session.logs.find(job.label);
   const bool logged = log != session.logs.end() && log->second.valid();
+  const int common = logged ? log->second.get() : session.null.get();
+  const Descriptor output = OpenOwnLog(job.standardOutPath);
+  const Descriptor error = OpenOwnLog(job.standardErrorPath);
   request.input = session.null.get();
-  request.output = request.error = logged ? log->second.get() : session.null.get();
+  request.output = output.valid() ? output.get() : common;
+  request.error = error.valid() ? error.get() : common;
+  request.newGroup = true;
   request.inherited = {session.proc.get()};
   return Spawn(request);
 }
@@ -94,14 +107,43 @@ bool Enter(const MacTree& mac, Session& session, const std::vector<LaunchJob>& a
          prctl(PR_SET_PDEATHSIG, SIGKILL) == 0 && getppid() == launchd;
 }
 
-void KeepOpen(JobRunner& agents, SignalWaiter& signals) {
+std::vector<SessionAgent> Describe(const std::vector<JobRunner::Job>& jobs) {
+  std::vector<SessionAgent> agents;
+  for (const JobRunner::Job& job : jobs) {
+    agents.push_back({static_cast<int>(job.number), job.label, job.pid, job.lastStatus});
+  }
+  return agents;
+}
+
+/// Tells of the agents whenever there is something new.
+class AgentReport {
+ public:
+  explicit AgentReport(const Session& session) : _session(session) {}
+
+  void update(const JobRunner& agents) {
+    std::vector<JobRunner::Job> jobs = agents.jobs();
+    if (jobs == _reported) return;
+    // Where it cannot be written the session is there all the same, only less well described.
+    (void)WriteSessionAgents(_session.lock, _session.user.uid, Describe(jobs));
+    _reported = std::move(jobs);
+  }
+
+ private:
+  const Session& _session;
+  std::vector<JobRunner::Job> _reported;
+};
+
+void KeepOpen(JobRunner& agents, SignalWaiter& signals, AgentReport report) {
   bool ending = false;
   while (!ending || !agents.allEnded()) {
+    report.update(agents);
     const std::optional<int> signal = signals.wait(agents.nextDeadline());
     if (signal == SIGTERM) {
       ending = true;
       agents.terminate();
     }
+    // A negative number is as little an agent's as one that is too large.
+    if (signal == UnloadAgentSignal()) agents.unload(static_cast<std::size_t>(signals.value()));
     CollectChildren([&agents](pid_t pid, int status) { (void)agents.childEnded(pid, status); });
     agents.killOverdue();
     agents.startDue();
@@ -119,7 +161,7 @@ int LoginWindow(const ToolCall& call) {
     return 1;
   }
   session.user = *user;
-  SignalWaiter signals({SIGTERM, SIGCHLD});
+  SignalWaiter signals({SIGTERM, SIGCHLD, UnloadAgentSignal()});
   const std::vector<LaunchJob> jobs = Agents(mac);
   if (!Enter(mac, session, jobs)) {
     call.output.err("loginwindow: the session of " + user->name + " cannot be opened\n");
@@ -131,7 +173,7 @@ int LoginWindow(const ToolCall& call) {
              .exitTimeOut = kAgentExitTimeOut,
              .start = [&session](const LaunchJob& job) { return StartAgent(session, job); }});
   agents.startDue();
-  KeepOpen(agents, signals);
+  KeepOpen(agents, signals, AgentReport(session));
   KillChildren(session.proc.get());
   return 0;
 }

@@ -72,10 +72,12 @@ void ToolOutput::write(int stream, std::string_view text) {
 int RunTool(const Tool& tool, const std::vector<std::string>& arguments) {
   (void)signal(SIGPIPE, SIG_IGN);
   ToolOutput output;
-  const ToolCall call{std::string(LastPathComponent(tool.path)), arguments, output};
+  std::function<void()> afterwards;
+  const ToolCall call{std::string(LastPathComponent(tool.path)), arguments, output, afterwards};
   if (!tool.journaled) return tool.run(call);
   const Outcome outcome = RunOnce(tool, call);
   AppendToJournal(tool, call, outcome);
+  if (afterwards) afterwards();
   if (outcome.signal) DieBy(*outcome.signal);
   return outcome.status;
 }

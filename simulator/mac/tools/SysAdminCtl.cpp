@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <charconv>
-#include <csignal>
 #include <iostream>
 #include <optional>
 
@@ -126,24 +125,20 @@ int AddUser(const ToolCall& call) {
   const MacTree mac;
   WarnAboutPassword(call);
   Log(call, "Creating user record…");
+  if (account->password == "-") account->password = AskForPassword(call);
+  const platform::MacDirectoryLock lock(mac);
   if (IsTaken(mac, *account)) {
     Log(call, "User " + account->name + " already exists.");
     return 0;
   }
-  if (account->password == "-") account->password = AskForPassword(call);
-  const std::optional<MacUser> user = NewUserRecord(mac, *account);
-  if (!user || !AddAccount(mac, *user, account->administrator)) {
+  const std::optional<MacUser> user = NewUserRecord(mac, lock, *account);
+  if (!user || !AddAccount(mac, lock, *user, account->administrator)) {
     Log(call, "Could not create record for " + account->name);
     return 0;
   }
   Log(call, "Assigning UID: " + std::to_string(user->uid) + " GID: " + std::to_string(user->gid));
   MakeHome(call, mac, *user, account->home.has_value());
   return 0;
-}
-
-void EndSession(const MacTree& mac, uid_t uid) {
-  // The agents die with their login window.
-  if (const auto session = GuiSessionOf(mac, uid)) (void)kill(session->pid, SIGKILL);
 }
 
 void DeleteHome(const ToolCall& call, const MacTree& mac, const MacUser& user, bool secure) {
@@ -155,7 +150,7 @@ void DeleteHome(const ToolCall& call, const MacTree& mac, const MacUser& user, b
 void DeleteRecord(const ToolCall& call, const MacTree& mac, const MacUser& user) {
   Log(call, "Deleting record for " + user.name);
   const auto fault = platform::TakeServiceFault(kDeleteRecordFault, {user.name});
-  const bool deleted = !fault && RemoveAccount(mac, user.name);
+  const bool deleted = !fault && RemoveAccount(mac, platform::MacDirectoryLock(mac), user.name);
   Log(call, "AOSKit INFO: Disabling BTMM for user, no zone found for uid=" +
                 std::to_string(user.uid) + ", usersToZones: (null)");
   if (deleted) return;
@@ -167,18 +162,25 @@ void DeleteRecord(const ToolCall& call, const MacTree& mac, const MacUser& user)
                 "Admin/DSRecord.m Line:563");
 }
 
+bool IsDeletion(const std::vector<std::string>& arguments) {
+  const std::string option = arguments.size() > 2 ? arguments[2] : "-keepHome";
+  return arguments.size() > 1 && arguments.size() <= 3 &&
+         (option == "-keepHome" || option == "-secure");
+}
+
 int DeleteUser(const ToolCall& call) {
-  const std::string option = call.arguments.size() > 2 ? call.arguments[2] : "";
-  if (call.arguments.size() < 2) return Usage(call);
+  if (!IsDeletion(call.arguments)) return Usage(call);
   if (!MayAdminister(call)) return 0;
   const MacTree mac;
   const std::optional<MacUser> user = mac.userNamed(call.arguments[1]);
   if (!user) {
     Log(call, "User " + call.arguments[1] + " does not exist.");
-    return kFailed;
+    return 0;
   }
+  const std::string option = call.arguments.size() > 2 ? call.arguments[2] : "";
   Log(call, "Killing all processes for UID " + std::to_string(user->uid));
-  EndSession(mac, user->uid);
+  // A session that does not end in time costs the home's removal at most, which is told then.
+  (void)KillGuiSession(mac, user->uid);
   if (option != "-keepHome") DeleteHome(call, mac, *user, option == "-secure");
   Log(call, "Deleting Public share point for " + user->name);
   DeleteRecord(call, mac, *user);

@@ -1,6 +1,7 @@
 // The system tools of a simulated Mac: one executable, one function and one table row a tool.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,6 +32,8 @@ struct ToolCall {
   std::string name;                    ///< the tool's own name, as its messages begin
   std::vector<std::string> arguments;  ///< without the program's name
   ToolOutput& output;
+  /// What is left to do once the call's line is in the journal; nothing when it is empty.
+  std::function<void()>& afterwards;
 };
 
 /// Does a tool's work. Returns its exit status.
@@ -68,7 +71,10 @@ int CreateHomeDir(const ToolCall& call);
 int Defaults(const ToolCall& call);
 int LaunchCtl(const ToolCall& call);
 int PKill(const ToolCall& call);
+int PmSet(const ToolCall& call);
 int Shutdown(const ToolCall& call);
+int Sntp(const ToolCall& call);
+int SystemSetup(const ToolCall& call);
 int LoginWindow(const ToolCall& call);
 
 }  // namespace simmac
