@@ -1,6 +1,9 @@
 // Civil time in the system's time zone. Native counterparts: CFCalendar, CFTimeZone.
 #pragma once
 
+#include <string>
+#include <vector>
+
 namespace platform {
 
 /// A local date and time in the Gregorian calendar.
@@ -18,5 +21,9 @@ struct CivilTime {
 /// zone, which is read anew at every call so that a change of zone counts at once. Some valid time
 /// for an instant that no calendar has. Any thread.
 CivilTime CalendarCivilTime(double secondsSince1970);
+
+/// The names of the time zones that the system knows, "Europe/Berlin" among them; empty when they
+/// cannot be had. Any thread. Native: CFTimeZoneCopyKnownNames.
+std::vector<std::string> CalendarKnownTimeZones();
 
 }  // namespace platform

@@ -26,4 +26,14 @@ CivilTime CalendarCivilTime(double secondsSince1970) {
   return isKnown ? time : kEpoch;
 }
 
+std::vector<std::string> CalendarKnownTimeZones() {
+  std::vector<std::string> names;
+  const CfRef<CFArrayRef> known(CFTimeZoneCopyKnownNames());
+  const CFIndex count = known ? CFArrayGetCount(known.get()) : 0;
+  for (CFIndex i = 0; i < count; ++i) {
+    if (const auto name = CfTextOf(CFArrayGetValueAtIndex(known.get(), i))) names.push_back(*name);
+  }
+  return names;
+}
+
 }  // namespace platform

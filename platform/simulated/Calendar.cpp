@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <fstream>
+#include <sstream>
 
 namespace platform {
 namespace {
@@ -28,6 +30,21 @@ CivilTime CalendarCivilTime(double secondsSince1970) {
           .minute = local.tm_min,
           .second = local.tm_sec,
           .weekday = local.tm_wday + 1};
+}
+
+// The table of zones of the time zone database (tzfile(5)): country, coordinates, name, remarks,
+// with tabs between them. What a Mac knows is made from it as well.
+std::vector<std::string> CalendarKnownTimeZones() {
+  std::vector<std::string> names;
+  std::ifstream table("/usr/share/zoneinfo/zone.tab");
+  for (std::string line; std::getline(table, line);) {
+    std::istringstream fields(line);
+    std::string country;
+    std::string coordinates;
+    std::string name;
+    if (!line.starts_with('#') && fields >> country >> coordinates >> name) names.push_back(name);
+  }
+  return names;
 }
 
 }  // namespace platform

@@ -76,6 +76,15 @@ CFTimeZoneRef CFTimeZoneCopySystem(void) {
   return native::RefOf<CFTimeZoneRef>(new native::CfTimeZone(native::remembered()));
 }
 
+CFArrayRef CFTimeZoneCopyKnownNames(void) {
+  if (!Begin(__func__)) return nullptr;
+  auto* names = new native::CfCollection("CFArray", native::kArrayType);
+  for (const char* name : {"Europe/Berlin", "Asia/Kolkata", "GMT"}) {
+    names->values.push_back(native::NewString(name));
+  }
+  return native::RefOf<CFArrayRef>(names);
+}
+
 CFCalendarRef CFCalendarCreateWithIdentifier(CFAllocatorRef, CFStringRef identifier) {
   if (native::Utf8Of(identifier) != "gregorian") native::Crash("another calendar");
   if (!Begin(__func__)) return nullptr;

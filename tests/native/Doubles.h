@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/Json.h"
+
 namespace native {
 
 /// A user of the local directory.
@@ -41,6 +43,8 @@ struct Mac {
   std::vector<LogEntry> log;
   std::set<std::uint8_t> disabledLevels;
   bool hasFullFlush = true;  ///< whether its file system knows F_FULLFSYNC
+  bool isRoot = true;        ///< whether this process may lock the network preferences
+  Json networkPreferences;   ///< what is committed, as their file has it
 };
 Mac& TheMac();
 

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <limits>
 
 #include "platform/Calendar.h"
@@ -49,6 +50,15 @@ TEST_F(Calendar, SurvivesInstantsThatNoCalendarHas) {
     EXPECT_GE(time.month, 1);
     EXPECT_LE(time.month, 12);
   }
+}
+
+TEST_F(Calendar, KnowsTheNamesOfTheZones) {
+  setTimeZone("Europe/Berlin");
+  const std::vector<std::string> names = CalendarKnownTimeZones();
+  for (const char* name : {"Europe/Berlin", "Asia/Kolkata"}) {
+    EXPECT_EQ(std::count(names.begin(), names.end(), name), 1) << name;
+  }
+  EXPECT_EQ(std::count(names.begin(), names.end(), "Mars/Base"), 0);
 }
 
 }  // namespace

@@ -42,7 +42,9 @@ TEST_F(Channel, KnowsItsPeer) {
   const ChannelPeer peer = _service->peer(0);
   EXPECT_EQ(peer.pid(), getpid());
   EXPECT_EQ(peer.euid(), geteuid());
-  if (const auto session = auditSession()) EXPECT_EQ(peer.asid(), *session);
+  if (const auto session = auditSession()) {
+    EXPECT_EQ(peer.asid(), *session);
+  }
 }
 
 TEST_F(Channel, DeliversMessagesInOrder) {

@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/Json.h"
+
 namespace contract {
 
 /// The service that the tests of the command channel serve.
@@ -52,6 +54,11 @@ class World : public testing::Test {
   void removeUser(const std::string& name);
   bool hasPassword(const std::string& user, const std::string& password);
   void disableDefaultLogLevel();
+
+  /// The network preferences, as their file has them.
+  void setNetworkPreferences(const Json& preferences);
+  Json networkPreferences();
+
   std::vector<Logged> logged();
 
   /// Has the service manager know kService for this process; false when it cannot be made to.

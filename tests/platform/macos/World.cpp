@@ -28,6 +28,8 @@ void World::addUser(const std::string&, uid_t, const std::string&) { std::abort(
 void World::removeUser(const std::string& /*name*/) { std::abort(); }
 bool World::hasPassword(const std::string&, const std::string&) { std::abort(); }
 void World::disableDefaultLogLevel() { std::abort(); }
+void World::setNetworkPreferences(const Json& /*preferences*/) { std::abort(); }
+Json World::networkPreferences() { std::abort(); }
 std::vector<Logged> World::logged() { std::abort(); }
 
 // launchd knows the service when it was launchd that started this program; `run` beside this file

@@ -32,6 +32,11 @@ TEST(CalendarFailure, OfAnyCallGivesAValidTime) {
   EXPECT_EQ(CalendarCivilTime(1767225599).year, 2025);
 }
 
+TEST(CalendarFailure, OfTheNamesGivesNone) {
+  native::Fail("CFTimeZoneCopyKnownNames");
+  EXPECT_TRUE(CalendarKnownTimeZones().empty());
+}
+
 TEST(CryptoFailure, IsReported) {
   native::Fail("SecRandomCopyBytes");
   char byte = 0;

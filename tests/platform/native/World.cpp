@@ -44,6 +44,12 @@ bool World::hasPassword(const std::string& user, const std::string& password) {
 
 void World::disableDefaultLogLevel() { native::TheMac().disabledLevels.insert(0); }
 
+void World::setNetworkPreferences(const Json& preferences) {
+  native::TheMac().networkPreferences = preferences;
+}
+
+Json World::networkPreferences() { return native::TheMac().networkPreferences; }
+
 std::vector<Logged> World::logged() {
   std::vector<Logged> messages;
   for (const native::LogEntry& entry : native::TheMac().log) {

@@ -44,6 +44,9 @@ bool World::mayChange() { return true; }
 void World::setTimeZone(const std::string& name) {
   const char* rule = name == "Asia/Kolkata" ? "IST-5:30" : "CET-1CEST,M3.5.0,M10.5.0/3";
   WriteFile("/usr/share/zoneinfo/" + name, zone(rule));
+  WriteFile("/usr/share/zoneinfo/zone.tab",
+            "# table\nDE\t+5230+01322\tEurope/Berlin\tmost of Germany\n"
+            "IN\t+2232+08822\tAsia/Kolkata\n");
   fs::remove("/private/etc/localtime");
   fs::create_symlink("/usr/share/zoneinfo/" + name, "/private/etc/localtime");
 }
@@ -51,9 +54,7 @@ void World::setTimeZone(const std::string& name) {
 void World::setComputerName(const std::optional<std::string>& name) {
   Json preferences = Json::object();
   if (name) preferences["System"]["System"]["ComputerName"] = *name;
-  WriteFile(platform::kMacNetworkPreferences, "");
-  EXPECT_TRUE(platform::MacTree().writePropertyList(platform::kMacNetworkPreferences, preferences,
-                                                    platform::PropertyListFormat::kXml, 0644));
+  setNetworkPreferences(preferences);
 }
 
 void World::addUser(const std::string& name, uid_t uid, const std::string& uuid) {
@@ -79,6 +80,16 @@ bool World::hasPassword(const std::string& user, const std::string& password) {
 
 void World::disableDefaultLogLevel() {
   WriteFile("/private/var/simulated/logging.json", R"({"Default": false})");
+}
+
+void World::setNetworkPreferences(const Json& preferences) {
+  WriteFile(platform::kMacNetworkPreferences, "");
+  EXPECT_TRUE(platform::MacTree().writePropertyList(platform::kMacNetworkPreferences, preferences,
+                                                    platform::PropertyListFormat::kXml, 0644));
+}
+
+Json World::networkPreferences() {
+  return platform::MacTree().readPropertyList(platform::kMacNetworkPreferences).value_or(Json());
 }
 
 std::vector<Logged> World::logged() {

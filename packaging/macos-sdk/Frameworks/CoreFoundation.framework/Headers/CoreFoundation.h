@@ -162,6 +162,7 @@ CFDataRef CFPropertyListCreateData(CFAllocatorRef allocator, CFPropertyListRef p
 extern const CFStringRef kCFGregorianCalendar;
 void CFTimeZoneResetSystem(void);
 CFTimeZoneRef CFTimeZoneCopySystem(void);
+CFArrayRef CFTimeZoneCopyKnownNames(void);
 CFCalendarRef CFCalendarCreateWithIdentifier(CFAllocatorRef allocator, CFStringRef identifier);
 void CFCalendarSetTimeZone(CFCalendarRef calendar, CFTimeZoneRef zone);
 Boolean CFCalendarDecomposeAbsoluteTime(CFCalendarRef calendar, CFAbsoluteTime time,
