@@ -4,8 +4,10 @@
 #include "account/KioskLaunchAgent.h"
 #include "account/KioskSession.h"
 #include "core/KioskDaemon.h"
+#include "core/KioskJson.h"
 #include "core/KioskLog.h"
 #include "core/KioskVersion.h"
+#include "settings/KioskPowerApply.h"
 
 bool KioskDaemon::ownAccount(uid_t* uid) const {
   const std::optional<std::string> live = KioskAccountGeneratedUID(uid);
@@ -28,6 +30,9 @@ void KioskDaemon::enforce() {
 
 void KioskDaemon::teardown(const std::string& reason) {
   KioskLog("tearing down (%@)", reason);
+  if (_state.contains("powerBefore") || flag("powerRepeatArmed")) {
+    KioskPowerRestore(KioskMember(_state, "powerBefore"), flag("powerRepeatArmed"));
+  }
   uid_t uid = 0;
   const bool own = ownAccount(&uid);
   KioskDisableAutoLogin();
@@ -41,6 +46,7 @@ void KioskDaemon::teardown(const std::string& reason) {
     }
   }
   wipeKeepingAccount(keepAccount);
+  _unlockToken.reset();
   _timer.reset();
 }
 

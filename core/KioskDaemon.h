@@ -17,6 +17,8 @@
 struct KioskPeer {
   std::uint32_t uid = 0;  ///< effective user id
   std::int32_t asid = 0;  ///< audit session id
+
+  bool operator==(const KioskPeer&) const = default;
 };
 
 /// How a check-in ended.
@@ -103,6 +105,46 @@ class KioskDaemon : public std::enable_shared_from_this<KioskDaemon> {
   /// Removes the kiosk configuration and the enrolment; `reason` is for the log.
   void teardown(const std::string& reason);
 
+  // --- account: maintenance and unlock -----------------------------------------------------------
+
+  /// "maintenance": suspends the kiosk until the next start, for an unlocked session or for whoever
+  /// knows the maintenance password.
+  Json maintenance(const Json& request, KioskPeer peer);
+
+  /// "unlock": lets the kiosk account's session change settings for ten minutes. `password` is what
+  /// was entered, any JSON value.
+  Json unlock(const Json& password, KioskPeer peer);
+
+  /// Whether `token`, any JSON value, is the unlock that this peer holds.
+  bool unlocked(const Json& token, KioskPeer peer);
+
+  // --- settings ----------------------------------------------------------------------------------
+
+  /// Brings the power settings into line with the effective policy; unchanged ones at most every
+  /// ten minutes, unless `force`. An error code or nothing.
+  KioskError applyPower(bool force);
+
+  /// "power.get": the policies in force.
+  Json powerPayload() const;
+
+  /// "power.set": overrides the organisation's power policy at the terminal, or follows it again.
+  Json powerSet(const Json& request, KioskPeer peer);
+
+  /// "net.set": one adapter's IPv4 configuration and name servers.
+  Json netSet(const Json& request, KioskPeer peer);
+
+  /// "proxy.set": the proxies of every enabled network service.
+  Json proxySet(const Json& request, KioskPeer peer);
+
+  /// "time.zone": the time zone.
+  Json timeZone(const Json& request, KioskPeer peer);
+
+  /// "time.sync": sets the clock by a time server, now.
+  Json timeSync(const Json& request, KioskPeer peer);
+
+  /// "time.get": when the clock was last set so.
+  Json timeGet(const Json& request, KioskPeer peer);
+
  private:
   // core: state
   std::optional<std::string> string(const char* key) const;
@@ -136,6 +178,16 @@ class KioskDaemon : public std::enable_shared_from_this<KioskDaemon> {
   KioskError createAccount(uid_t& uid, gid_t& gid);
   KioskError renewPassword();
   void wipeKeepingAccount(bool keepAccount);
+  bool maintenanceLocked();
+  KioskError checkMaintenancePassword(const Json& entered);
+  void maintenancePasswordWrong(std::int64_t failures);
+  void enterMaintenance();
+
+  // settings
+  bool mayChangeSettings(const Json& request, KioskPeer peer);
+  std::optional<Json> effectivePower() const;
+  void snapshotPower();
+  KioskError overridePower(const Json& policy);
 
   Json _state = Json::object();             // the state dictionary
   std::optional<platform::Timer> _timer;    // the check-in timer, made on first use
@@ -143,6 +195,10 @@ class KioskDaemon : public std::enable_shared_from_this<KioskDaemon> {
   std::optional<std::string> _pendingCode;  // the pairing code being waited for, in upper case
   std::uint64_t _restartAtNs = 0;           // monotonic time of the pending restart; 0 for none
   bool _restartOnProvision = false;         // restart once provisioning succeeds
+  std::optional<std::string> _unlockToken;  // what unlocks the settings, while they are
+  KioskPeer _unlockPeer;                    // who holds it
+  std::uint64_t _unlockExpiresNs = 0;       // monotonic time at which it ends
+  std::uint64_t _powerAppliedNs = 0;        // monotonic time of the last apply; 0 for none
   platform::Queue _queue;
 
   mutable std::mutex _publishedLock;

@@ -13,7 +13,7 @@ struct Command {
   Json (*handler)(KioskDaemon& daemon, const Json& request, KioskPeer peer);
 };
 
-constexpr std::array<Command, 4> kCommands{{
+constexpr std::array<Command, 13> kCommands{{
     {"status",
      [](KioskDaemon& daemon, const Json&, KioskPeer peer) { return daemon.status(peer.uid); }},
     {"pair.begin", [](KioskDaemon& daemon, const Json&, KioskPeer) { return daemon.pairBegin(); }},
@@ -21,6 +21,30 @@ constexpr std::array<Command, 4> kCommands{{
                       KioskPeer) { return daemon.pairCheck(KioskMember(request, "code")); }},
     {"restart.now", [](KioskDaemon& daemon, const Json&,
                        KioskPeer peer) { return daemon.restartNowRequest(peer.uid); }},
+    {"maintenance", [](KioskDaemon& daemon, const Json& request,
+                       KioskPeer peer) { return daemon.maintenance(request, peer); }},
+    {"unlock",
+     [](KioskDaemon& daemon, const Json& request, KioskPeer peer) {
+       return daemon.unlock(KioskMember(request, "password"), peer);
+     }},
+    {"net.set", [](KioskDaemon& daemon, const Json& request,
+                   KioskPeer peer) { return daemon.netSet(request, peer); }},
+    {"time.zone", [](KioskDaemon& daemon, const Json& request,
+                     KioskPeer peer) { return daemon.timeZone(request, peer); }},
+    {"time.sync", [](KioskDaemon& daemon, const Json& request,
+                     KioskPeer peer) { return daemon.timeSync(request, peer); }},
+    {"time.get", [](KioskDaemon& daemon, const Json& request,
+                    KioskPeer peer) { return daemon.timeGet(request, peer); }},
+    {"power.get",
+     [](KioskDaemon& daemon, const Json& request, KioskPeer peer) {
+       return daemon.unlocked(KioskMember(request, "unlockToken"), peer)
+                  ? daemon.powerPayload()
+                  : KioskFailure("not_unlocked");
+     }},
+    {"power.set", [](KioskDaemon& daemon, const Json& request,
+                     KioskPeer peer) { return daemon.powerSet(request, peer); }},
+    {"proxy.set", [](KioskDaemon& daemon, const Json& request,
+                     KioskPeer peer) { return daemon.proxySet(request, peer); }},
 }};
 
 }  // namespace

@@ -107,18 +107,24 @@ KioskLogArgument KioskLogValue(const T& value) {
   }
 }
 
+/// The text that a format makes of its arguments. Any thread.
+template <class... Arguments>
+std::string KioskMessage(KioskFormat<std::type_identity_t<Arguments>...> format,
+                         const Arguments&... arguments) {
+  const std::array<KioskLogArgument, sizeof...(Arguments)> values{KioskLogValue(arguments)...};
+  return KioskFormatMessage(format.text(), values);
+}
+
 /// Logs an informational message. Any thread.
 template <class... Arguments>
 void KioskLog(KioskFormat<std::type_identity_t<Arguments>...> format,
               const Arguments&... arguments) {
-  const std::array<KioskLogArgument, sizeof...(Arguments)> values{KioskLogValue(arguments)...};
-  KioskEmit(platform::LogLevel::kDefault, KioskFormatMessage(format.text(), values));
+  KioskEmit(platform::LogLevel::kDefault, KioskMessage(format, arguments...));
 }
 
 /// Logs an error. Any thread.
 template <class... Arguments>
 void KioskLogError(KioskFormat<std::type_identity_t<Arguments>...> format,
                    const Arguments&... arguments) {
-  const std::array<KioskLogArgument, sizeof...(Arguments)> values{KioskLogValue(arguments)...};
-  KioskEmit(platform::LogLevel::kError, KioskFormatMessage(format.text(), values));
+  KioskEmit(platform::LogLevel::kError, KioskMessage(format, arguments...));
 }

@@ -2,9 +2,18 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstddef>
+#include <ctime>
 
 namespace {
+
+constexpr std::size_t kLongestLabel = 63;
+
+// The lower case of the Kelvin sign is ASCII, as that of no other character beyond it is.
+constexpr std::string_view kKelvin = "\u212A";
+
+bool IsLowerOrDigit(char c) { return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9'); }
 
 constexpr std::array<std::string_view, 18> kBlanks{
     "\t",     " ",      "\u00A0", "\u1680", "\u2000", "\u2001", "\u2002", "\u2003", "\u2004",
@@ -79,3 +88,64 @@ bool KioskIsUtf8(std::string_view bytes) {
 std::string_view KioskTrim(std::string_view text) { return TrimEnds(text, true); }
 
 std::string_view KioskTrimBlanks(std::string_view text) { return TrimEnds(text, false); }
+
+std::size_t KioskSpaceLength(std::string_view text) {
+  return LengthOfSpace(true, [&](std::string_view space) { return text.starts_with(space); });
+}
+
+std::size_t KioskLeadingSpace(std::string_view text) {
+  std::string_view rest = text;
+  for (;;) {
+    const std::size_t length = KioskSpaceLength(rest);
+    // Two newlines are no separators.
+    if (length == 0 || rest.starts_with("\v") || rest.starts_with("\u0085")) break;
+    rest.remove_prefix(length);
+  }
+  return text.size() - rest.size();
+}
+
+bool KioskStartsWithWordCharacter(std::string_view text) {
+  if (text.empty()) return false;
+  const char first = text.front();
+  if (static_cast<unsigned char>(first) >= 0x80) return KioskSpaceLength(text) == 0;
+  return (first >= '0' && first <= '9') || (first >= 'A' && first <= 'Z') ||
+         (first >= 'a' && first <= 'z') || first == '_';
+}
+
+std::size_t KioskNextLine(std::string_view text, std::size_t start) {
+  for (std::size_t at = start; at < text.size(); ++at) {
+    const std::string_view rest = text.substr(at);
+    const auto leads = [&](std::string_view newline) { return rest.starts_with(newline); };
+    if (const std::size_t length = LengthOf(kNewlines, leads)) return at + length;
+  }
+  return text.size();
+}
+
+std::string KioskLowerCase(std::string_view text) {
+  std::string lower;
+  lower.reserve(text.size());
+  while (!text.empty()) {
+    const bool isKelvin = text.starts_with(kKelvin);
+    const char first = text.front();
+    const bool isUpper = first >= 'A' && first <= 'Z';
+    lower += isKelvin ? 'k' : static_cast<char>(isUpper ? first - 'A' + 'a' : first);
+    text.remove_prefix(isKelvin ? kKelvin.size() : 1);
+  }
+  return lower;
+}
+
+bool KioskIsHostLabel(std::string_view text) {
+  return !text.empty() && text.size() <= kLongestLabel && IsLowerOrDigit(text.front()) &&
+         IsLowerOrDigit(text.back()) && std::all_of(text.begin(), text.end(), [](char c) {
+           return IsLowerOrDigit(c) || c == '-';
+         });
+}
+
+std::string KioskIso8601(double secondsSince1970) {
+  const auto instant = static_cast<std::time_t>(std::floor(secondsSince1970));
+  std::tm fields{};
+  gmtime_r(&instant, &fields);
+  std::array<char, 64> text{};
+  const std::size_t length = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &fields);
+  return {text.data(), length};
+}

@@ -20,16 +20,6 @@ constexpr std::int64_t kUnauthorized = 401;
 constexpr double kUnknownTokenGraceSeconds = 86400;
 constexpr double kUnknownTokenGraceHours = 24;
 constexpr std::size_t kLongestHostName = 253;
-constexpr std::size_t kLongestLabel = 63;
-
-bool IsLowerOrDigit(char c) { return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9'); }
-
-bool IsHostLabel(std::string_view label) {
-  return !label.empty() && label.size() <= kLongestLabel && IsLowerOrDigit(label.front()) &&
-         IsLowerOrDigit(label.back()) && std::all_of(label.begin(), label.end(), [](char c) {
-           return IsLowerOrDigit(c) || c == '-';
-         });
-}
 
 bool KeepsHost(const Json& hosts, const Json& host) {
   return host.is_string() && KioskIsHostName(host.get_ref<const std::string&>()) &&
@@ -79,7 +69,7 @@ bool KioskIsHostName(std::string_view text) {
   std::size_t labels = 0;
   for (;;) {
     const std::size_t dot = text.find('.');
-    if (!IsHostLabel(text.substr(0, dot))) return false;
+    if (!KioskIsHostLabel(text.substr(0, dot))) return false;
     ++labels;
     if (dot == std::string_view::npos) return labels >= 2;
     text.remove_prefix(dot + 1);
@@ -157,6 +147,8 @@ void KioskDaemon::enrolled(const Json& answer) {
   syncExitPassword(answer);
   enforce();
   if (!flag("provisioned")) provision();
+  // Its error is kept in the state, for the next check-in to report.
+  static_cast<void>(applyPower(false));
 }
 
 void KioskDaemon::syncSignIn(const Json& answer) {

@@ -29,6 +29,8 @@ const Json kPowerPolicy = {
 constexpr char kPowerText[] =
     R"({"schedule":{"days":[1,5],"enabled":true,"sleepAt":"21:00","wakeAt":"06:30"},)"
     R"("screenOffMinutes":10,"sleepMinutes":0})";
+// What is logged when it was applied.
+constexpr char kPowerApplied[] = "power: screen off 10 min, sleep 0 min, schedule on";
 constexpr char kUpdatesText[] =
     R"({"automatic":true,"window":{"days":[0,1,2,3,4,5,6],"end":"05:00","start":"02:00"}})";
 
@@ -367,7 +369,8 @@ TEST_F(CheckIn, AppliesAnAnswerInItsOrder) {
                                                "power policy from ",
                                                "updates policy from ",
                                                "created BrindlexKiosk ",
-                                               "provisioned: "};
+                                               "provisioned: ",
+                                               "power: screen off 10 min"};
   ASSERT_EQ(lines.size(), beginnings.size());
   for (std::size_t i = 0; i < lines.size(); ++i) {
     EXPECT_TRUE(lines[i].text.starts_with(beginnings[i])) << lines[i].text;
@@ -531,10 +534,11 @@ TEST_F(CheckIn, StoresPoliciesWithTheirSourcesAndSaysSo) {
                      {"powerSource", "tenant"},
                      {"updates", {{"automatic", true}}},
                      {"updatesSource", "device"}};
-  EXPECT_EQ(linesOfACheckIn(keys),
-            (std::vector<LogLine>{
-                {"Default", std::string("power policy from tenant: ") + kPowerText},
-                {"Default", std::string("updates policy from device: ") + kUpdatesText}}));
+  EXPECT_EQ(
+      linesOfACheckIn(keys),
+      (std::vector<LogLine>{{"Default", std::string("power policy from tenant: ") + kPowerText},
+                            {"Default", std::string("updates policy from device: ") + kUpdatesText},
+                            {"Default", kPowerApplied}}));
   EXPECT_EQ(mac.state()["power"], kPowerPolicy);
   EXPECT_EQ(mac.state()["powerSource"], "tenant");
   EXPECT_EQ(mac.state()["updates"], Json::parse(kUpdatesText));
@@ -550,7 +554,8 @@ TEST_F(CheckIn, StoresTheSamePoliciesOnce) {
 TEST_F(CheckIn, ComparesPoliciesWithoutRegardToTheOrderOfKeys) {
   startSettled();
   const std::string stored =
-      R"({"token":"device-token","provisioned":true,"powerSource":"default","power":)"
+      R"({"powerRepeatArmed":true,"powerBefore":{},"powerApplied":)" + std::string(kPowerText) +
+      R"(,"token":"device-token","provisioned":true,"powerSource":"default","power":)"
       R"({"sleepMinutes":0.0,"screenOffMinutes":10,"schedule":{"wakeAt":"06:30",)"
       R"("sleepAt":"21:00","enabled":true,"days":[1,5]}},"signIn":{"microsoft":true,)"
       R"("extraHosts":[],"email":false},"authBaseUrl":")" +
@@ -601,7 +606,8 @@ TEST_F(CheckIn, KeepsStoredPoliciesWhenTheNewOnesAreInvalid) {
                      {"updates", {{"automatic", 1}}}};
   EXPECT_EQ(linesOfACheckIn(keys, state),
             (std::vector<LogLine>{{"Error", "check-in: ignoring an invalid power policy"},
-                                  {"Error", "check-in: ignoring an invalid updates policy"}}));
+                                  {"Error", "check-in: ignoring an invalid updates policy"},
+                                  {"Default", kPowerApplied}}));
   EXPECT_EQ(mac.state()["power"], kPowerPolicy);
   EXPECT_EQ(mac.state()["powerSource"], "tenant");
   EXPECT_FALSE(mac.state().contains("updates"));

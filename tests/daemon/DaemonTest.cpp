@@ -61,9 +61,9 @@ KioskCheckInOutcome DaemonTest::checkIn() {
   return daemon->checkIn();
 }
 
-Json DaemonTest::send(const Json& request, std::uint32_t uid) {
+Json DaemonTest::send(const Json& request, std::uint32_t uid, std::int32_t session) {
   Json reply;
-  daemon->queue().sync([&] { reply = daemon->handle(request, {uid, 100}); });
+  daemon->queue().sync([&] { reply = daemon->handle(request, {uid, session}); });
   return reply;
 }
 

@@ -43,8 +43,8 @@ class DaemonTest : public testing::Test {
   /// One check-in, without the timer.
   KioskCheckInOutcome checkIn();
 
-  /// A reply to a command from this user.
-  Json send(const Json& request, std::uint32_t uid = 0);
+  /// A reply to a command from this user's session.
+  Json send(const Json& request, std::uint32_t uid = 0, std::int32_t session = 100);
   /// The reply to "status".
   Json status(std::uint32_t uid = 0) { return send({{"cmd", "status"}}, uid); }
 

@@ -160,7 +160,7 @@ TEST_F(ListenerTest, HandsAnObjectWithoutACommandToTheDispatcher) {
   EXPECT_EQ(client.ask(std::string(R"({"cmd": 5})")), kUnknownCommand);
   EXPECT_EQ(client.ask(std::string(R"({"cmd": "Status"})")), kUnknownCommand);
   EXPECT_EQ(client.ask(std::string(R"({"cmd": "status\u0000"})")), kUnknownCommand);
-  EXPECT_EQ(client.ask(std::string(R"({"cmd": "power.get"})")), kUnknownCommand);
+  EXPECT_EQ(client.ask(std::string(R"({"cmd": "power.gets"})")), kUnknownCommand);
 }
 
 TEST_F(ListenerTest, DropsAMessageThatExpectsNoReply) {

@@ -119,7 +119,7 @@ TEST_F(SystemChannelTest, KioskctlExplainsWhatTheDaemonSays) {
   EXPECT_EQ(restart.status, 1);
   EXPECT_EQ(run({kKioskctl, "check", "O0O0O0O0"}).status, 1);
   EXPECT_EQ(run({kKioskctl, "no-such-verb"}).status, 2);
-  const Finished sent = run({kKioskctl, "send", R"({"cmd": "power.get"})"});
+  const Finished sent = run({kKioskctl, "send", R"({"cmd": "no.such"})"});
   EXPECT_EQ(sent.status, 1);
   EXPECT_NE(sent.output.find("unknown_command"), std::string::npos);
   halt();
