@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -19,6 +18,7 @@
 #include <vector>
 
 #include "simulator/client/Connection.h"
+#include "simulator/client/Descriptor.h"
 #include "simulator/client/Limits.h"
 #include "simulator/client/Reply.h"
 
@@ -53,15 +53,6 @@ std::string Line(const Arguments& arguments) {
   const Json record = {
       {"arguments", arguments}, {"uid", getuid()}, {"session", getsid(0)}, {"status", Status()}};
   return record.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
-}
-
-bool WriteAll(int descriptor, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t written = write(descriptor, bytes.data(), bytes.size());
-    if (written > 0) bytes.remove_prefix(static_cast<std::size_t>(written));
-    if (written == 0 || (written < 0 && errno != EINTR)) return false;
-  }
-  return true;
 }
 
 /// Appends to the log below the home folder; folders are made as needed.

@@ -2,26 +2,12 @@
 #include <csignal>
 #include <iostream>
 #include <optional>
-#include <utility>
-#include <vector>
 
 #include "simulator/client/VerbOptions.h"
 #include "simulator/client/Verbs.h"
 
 namespace client {
 namespace {
-
-using VerbCommand = std::pair<CLI::App*, VerbAction>;
-
-std::vector<VerbCommand> AddVerbs(CLI::App& application, CommonOptions& options) {
-  std::vector<VerbCommand> commands;
-  for (const Verb& verb : kVerbs) {
-    CLI::App* const command = application.add_subcommand(verb.name, verb.description);
-    AddCommonOptions(*command, options);
-    commands.emplace_back(command, verb.setup(*command));
-  }
-  return commands;
-}
 
 /// Reads the command line; an exit status when that is all there is to do (help, wrong usage).
 std::optional<ExitStatus> Parse(CLI::App& application, int count, char** arguments) {
@@ -43,19 +29,16 @@ ExitStatus Printed(const Session& session, ExitStatus status) {
 ExitStatus Main(int count, char** arguments) {
   CLI::App application{"Speaks to kioskd over its command channel.", "kioskctl"};
   CommonOptions options;
-  AddCommonOptions(application, options);
-  application.require_subcommand(1);
   application.footer(
-      "Exit status: 0 done, 1 refused by kioskd (or a code's time was up, or nothing could be\n"
-      "printed), 2 wrong usage, 3 kioskd gave no answer.\n"
+      "Exit status: 0 done, 1 refused by kioskd (or a code's time was up, the settings were not\n"
+      "unlocked, the unlock could not be kept, or nothing could be printed), 2 wrong usage,\n"
+      "3 kioskd gave no answer.\n"
       "The environment's KIOSK_CHANNEL names another socket.");
-  const std::vector<VerbCommand> commands = AddVerbs(application, options);
+  const VerbAction action = VerbGroup(application, kVerbs);
+  AddCommonOptions(application, options);
   if (const std::optional<ExitStatus> status = Parse(application, count, arguments)) return *status;
   Session session(options);
-  for (const auto& [command, action] : commands) {
-    if (command->parsed()) return Printed(session, action(session));
-  }
-  return ExitStatus::kUsage;
+  return Printed(session, action(session));
 }
 
 }  // namespace

@@ -29,6 +29,16 @@ inline constexpr double kMaximumRestartSeconds = 60 * 60;
 inline constexpr double kMinimumOptionSeconds = 0.001;
 inline constexpr double kMaximumOptionSeconds = 24 * 60 * 60;
 
+/// Longest password.
+inline constexpr std::size_t kMaximumPasswordBytes = 1024;
+
+/// Longest unlock token, and longest file that keeps one.
+inline constexpr std::size_t kMaximumTokenBytes = 256;
+inline constexpr std::size_t kMaximumUnlockFileBytes = 4096;
+
+/// Longest life of an unlock that is believed.
+inline constexpr double kMaximumUnlockSeconds = 24 * 60 * 60;
+
 /// How long the kiosk application waits for the channel to appear, and between two attempts.
 inline constexpr std::chrono::seconds kAppearanceTimeout{10};
 inline constexpr std::chrono::milliseconds kAppearanceInterval{200};

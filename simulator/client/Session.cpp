@@ -20,7 +20,7 @@ void Session::complain(const std::string& sentence) const {
   std::cerr << "kioskctl: " << sentence << std::endl;
 }
 
-Answer Session::exchange(const std::string& request) {
+Answer Session::send(const std::string& request) {
   ChannelResult result = _connection.exchange(request, _options.timeout);
   if (auto* const failure = std::get_if<ChannelFailure>(&result)) {
     const bool ours = failure->kind == ChannelFailureKind::kUnsendable;
@@ -30,9 +30,20 @@ Answer Session::exchange(const std::string& request) {
   const std::string text = OneLine(std::get<std::string>(std::move(result)));
   std::optional<Json> reply = ReplyParse(text);
   if (!reply) return {ExitStatus::kNoAnswer, Json::object(), "kioskd's reply is no JSON object."};
-  if (_options.json) std::cout << text << std::endl;
   const bool ok = ReplyFlag(*reply, "ok");
   return {ok ? ExitStatus::kSuccess : ExitStatus::kRefused, std::move(*reply), text};
+}
+
+void Session::show(const Answer& answer) const {
+  const bool replied =
+      answer.status == ExitStatus::kSuccess || answer.status == ExitStatus::kRefused;
+  if (_options.json && replied) std::cout << answer.text << std::endl;
+}
+
+Answer Session::exchange(const std::string& request) {
+  Answer answer = send(request);
+  show(answer);
+  return answer;
 }
 
 Answer Session::ask(const Json& request) {

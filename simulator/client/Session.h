@@ -38,8 +38,14 @@ class Session {
   /// Whether replies are printed as they are and nothing else is.
   bool json() const { return _options.json; }
 
-  /// Sends a request's text, whatever it is. Prints the reply with --json; nothing else, so that
-  /// the caller can say what has to be said where it has to be said.
+  /// Sends a request's text, whatever it is, and prints nothing, not even with --json.
+  Answer send(const std::string& request);
+
+  /// Prints the reply with --json, if there is one; nothing else.
+  void show(const Answer& answer) const;
+
+  /// Sends a request's text, whatever it is, and shows the reply, so that the caller can say what
+  /// has to be said where it has to be said.
   Answer exchange(const std::string& request);
 
   /// Sends a request like exchange() and explains what came of it.

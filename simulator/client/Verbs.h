@@ -1,31 +1,21 @@
 // What kioskctl can be told to do: one table row and one source file a verb.
 #pragma once
 
-#include <CLI/CLI.hpp>
-#include <functional>
-
-#include "simulator/client/Session.h"
+#include "simulator/client/Verb.h"
 
 namespace client {
-
-/// Does what a verb says once its arguments are read.
-using VerbAction = std::function<ExitStatus(Session&)>;
-
-/// Adds a verb's own arguments to its subcommand and returns its action, which keeps the values.
-using VerbSetup = VerbAction (*)(CLI::App& command);
 
 VerbAction VerbStatus(CLI::App& command);
 VerbAction VerbPair(CLI::App& command);
 VerbAction VerbCheck(CLI::App& command);
 VerbAction VerbRestart(CLI::App& command);
+VerbAction VerbUnlock(CLI::App& command);
+VerbAction VerbMaintenance(CLI::App& command);
+VerbAction VerbPower(CLI::App& command);
+VerbAction VerbNet(CLI::App& command);
+VerbAction VerbProxy(CLI::App& command);
+VerbAction VerbTime(CLI::App& command);
 VerbAction VerbSend(CLI::App& command);
-
-/// A verb as the command line knows it.
-struct Verb {
-  const char* name;
-  const char* description;
-  VerbSetup setup;
-};
 
 /// Every verb.
 inline constexpr Verb kVerbs[] = {
@@ -33,6 +23,12 @@ inline constexpr Verb kVerbs[] = {
     {"pair", "Pair the terminal with the portal", VerbPair},
     {"check", "Ask once whether a pairing code was claimed", VerbCheck},
     {"restart", "Restart the Mac that waits for it after pairing", VerbRestart},
+    {"unlock", "Unlock the settings for this terminal session", VerbUnlock},
+    {"maintenance", "End the kiosk session and stay out of it until a restart", VerbMaintenance},
+    {"power", "Show or change when the screen and the Mac sleep", VerbPower},
+    {"net", "Set an adapter's address and name servers", VerbNet},
+    {"proxy", "Set the web proxy", VerbProxy},
+    {"time", "Set the time zone, set the clock, show when it was set", VerbTime},
     {"send", "Send any request and print the reply", VerbSend},
 };
 

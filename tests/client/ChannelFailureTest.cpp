@@ -38,7 +38,7 @@ TEST_F(ChannelFailure, NamesASocketThatNobodyListensOn) {
 }
 
 TEST_F(ChannelFailure, RefusesAPathThatNoSocketCanHave) {
-  const ChildResult result = Kioskctl("/" + std::string(200, 'x'), {"status"});
+  const ChildResult result = RunChild(Kioskctl("/" + std::string(200, 'x'), {"status"}));
   EXPECT_EQ(result.status, 3);
   EXPECT_THAT(result.errors, HasSubstr("File name too long"));
 }

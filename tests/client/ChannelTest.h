@@ -3,7 +3,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <fstream>
 #include <optional>
 #include <string>
 #include <utility>
@@ -15,14 +18,39 @@
 
 class ChannelTest : public testing::Test {
  protected:
-  void script(std::vector<ScriptStep> steps) { _daemon.emplace(channel(), std::move(steps)); }
+  /// Starts the daemon, instead of one that was started before.
+  void script(std::vector<ScriptStep> steps) {
+    _daemon.reset();
+    (void)unlink(channel().c_str());  // there is none the first time
+    _daemon.emplace(channel(), std::move(steps));
+  }
   std::string channel() const { return _folder.path("socket"); }
   std::vector<std::string> requests() const { return _daemon->requests(); }
   int connections() const { return _daemon->connections(); }
 
+  /// How to start kioskctl against the daemon, with a folder of the test's own for its unlock.
+  ChildSetup setup(const std::vector<std::string>& arguments) const {
+    ChildSetup setup = Kioskctl(channel(), arguments);
+    setup.environment["XDG_RUNTIME_DIR"] = _folder.path(".");
+    return setup;
+  }
+
   /// Runs kioskctl against the daemon.
   ChildResult run(const std::vector<std::string>& arguments, const std::string& input = "") const {
-    return Kioskctl(channel(), arguments, input);
+    ChildSetup started = setup(arguments);
+    started.input = input;
+    return RunChild(started);
+  }
+
+  /// Where kioskctl keeps its unlock.
+  std::string unlockFile() const {
+    return _folder.path("kioskctl-" + std::to_string(geteuid()) + "-" + std::to_string(getsid(0)));
+  }
+
+  /// Leaves an unlock as if kioskctl had kept it.
+  void keepUnlock(const std::string& content = R"({"endsAt":1e15,"unlockToken":"secret"})") const {
+    std::ofstream(unlockFile()) << content;
+    ASSERT_EQ(chmod(unlockFile().c_str(), 0600), 0);
   }
 
  private:

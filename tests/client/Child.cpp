@@ -10,6 +10,7 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -54,13 +55,33 @@ std::vector<char*> Pointers(std::vector<std::string>& strings) {
   return pointers;
 }
 
+/// Makes a terminal and returns the side that a program sees; `other` is the screen and keyboard.
+int OpenTerminal(int& other) {
+  other = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  EXPECT_EQ(grantpt(other), 0);
+  EXPECT_EQ(unlockpt(other), 0);
+  char name[64];
+  EXPECT_EQ(ptsname_r(other, name, sizeof name), 0);
+  return open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
+}
+
+/// Takes what there is; a terminal without a writer reads as an error.
+void ReadTerminal(int terminal, std::string& text) {
+  pollfd entry{terminal, POLLIN, 0};
+  while (terminal >= 0 && poll(&entry, 1, 0) > 0) {
+    char buffer[4096];
+    const ssize_t got = read(terminal, buffer, sizeof buffer);
+    if (got <= 0) return;
+    text.append(buffer, static_cast<std::size_t>(got));
+  }
+}
+
 }  // namespace
 
 Child::Child(const ChildSetup& setup) : _errors(MemoryFile("")) {
-  const int input = MemoryFile(setup.input);
+  openInput(setup);
   openOutput(setup);
-  spawn(setup, input);
-  close(input);
+  spawn(setup);
   if (setup.terminal) {  // so that the terminal ends with the child
     close(_output);
     _output = -1;
@@ -72,9 +93,14 @@ Child::~Child() {
     signal(SIGKILL);
     (void)waitpid(_pid, nullptr, 0);
   }
-  for (const int descriptor : {_output, _terminal, _errors}) {
+  for (const int descriptor : {_input, _keyboard, _output, _terminal, _errors}) {
     if (descriptor >= 0) close(descriptor);
   }
+}
+
+// Stays open with us, so that a terminal shows how the child left it.
+void Child::openInput(const ChildSetup& setup) {
+  _input = setup.typing ? OpenTerminal(_keyboard) : MemoryFile(setup.input);
 }
 
 void Child::openOutput(const ChildSetup& setup) {
@@ -82,22 +108,17 @@ void Child::openOutput(const ChildSetup& setup) {
     _output = MemoryFile("");
     return;
   }
-  _terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-  ASSERT_EQ(grantpt(_terminal), 0);
-  ASSERT_EQ(unlockpt(_terminal), 0);
-  char name[64];
-  ASSERT_EQ(ptsname_r(_terminal, name, sizeof name), 0);
-  _output = open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
+  _output = OpenTerminal(_terminal);
   const winsize size{24, setup.columns, 0, 0};
   ASSERT_EQ(ioctl(_output, TIOCSWINSZ, &size), 0);
 }
 
-void Child::spawn(const ChildSetup& setup, int input) {
+void Child::spawn(const ChildSetup& setup) {
   std::vector<std::string> arguments = setup.arguments;
   std::vector<std::string> environment = EnvironmentWith(setup.environment);
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, input, 0);
+  posix_spawn_file_actions_adddup2(&actions, _input, 0);
   posix_spawn_file_actions_adddup2(&actions, _output, 1);
   posix_spawn_file_actions_adddup2(&actions, _errors, 2);
   EXPECT_EQ(posix_spawn(&_pid, arguments[0].c_str(), &actions, nullptr, Pointers(arguments).data(),
@@ -113,15 +134,28 @@ void Child::signal(int number) const {
 
 std::string Child::errorsSoFar() const { return ContentOf(_errors); }
 
-/// Takes what there is; a terminal without a writer reads as an error.
-void Child::readTerminal() {
-  pollfd entry{_terminal, POLLIN, 0};
-  while (_terminal >= 0 && poll(&entry, 1, 0) > 0) {
-    char buffer[4096];
-    const ssize_t got = read(_terminal, buffer, sizeof buffer);
-    if (got <= 0) return;
-    _terminalText.append(buffer, static_cast<std::size_t>(got));
+bool Child::says(const std::string& text) const {
+  const auto giveUp = std::chrono::steady_clock::now() + kPatience;
+  while (errorsSoFar().find(text) == std::string::npos) {
+    if (std::chrono::steady_clock::now() > giveUp) return false;
+    (void)poll(nullptr, 0, kPollMilliseconds);
   }
+  return true;
+}
+
+void Child::type(const std::string& text) const {
+  EXPECT_EQ(write(_keyboard, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+}
+
+bool Child::echoes() const {
+  termios modes{};
+  EXPECT_EQ(tcgetattr(_keyboard, &modes), 0);
+  return (modes.c_lflag & ECHO) != 0;
+}
+
+void Child::readTerminals() {
+  ReadTerminal(_terminal, _terminalText);
+  ReadTerminal(_keyboard, _echo);
 }
 
 ChildResult Child::wait() {
@@ -129,26 +163,25 @@ ChildResult Child::wait() {
   int status = 0;
   while (waitpid(_pid, &status, WNOHANG) == 0) {
     if (std::chrono::steady_clock::now() > giveUp) signal(SIGKILL);
-    readTerminal();
+    readTerminals();
     (void)poll(nullptr, 0, kPollMilliseconds);
   }
   _pid = -1;
-  readTerminal();
+  readTerminals();
   ChildResult result;
   result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   result.output = _terminal >= 0 ? _terminalText : ContentOf(_output);
   result.errors = ContentOf(_errors);
+  result.echo = _echo;
   return result;
 }
 
 ChildResult RunChild(const ChildSetup& setup) { return Child(setup).wait(); }
 
-ChildResult Kioskctl(const std::string& channel, const std::vector<std::string>& arguments,
-                     const std::string& input) {
+ChildSetup Kioskctl(const std::string& channel, const std::vector<std::string>& arguments) {
   ChildSetup setup;
   setup.arguments = {KIOSKCTL_PATH};
   setup.arguments.insert(setup.arguments.end(), arguments.begin(), arguments.end());
   setup.environment = {{"KIOSK_CHANNEL", channel}};
-  setup.input = input;
-  return RunChild(setup);
+  return setup;
 }

@@ -17,19 +17,29 @@ TEST(ErrorText, ExplainsEveryCodeOfTheDaemon) {
                                  "bad_request",
                                  "claimed",
                                  "expired",
+                                 "failed",
                                  "filevault_on",
                                  "home_failed",
+                                 "invalid",
                                  "invalid_code",
                                  "launch_agent_failed",
+                                 "locked",
+                                 "not_enrolled",
                                  "not_installed",
                                  "not_pending",
                                  "not_permitted",
+                                 "not_provisioned",
+                                 "not_unlocked",
                                  "pairing_failed",
                                  "revoked",
                                  "starting",
+                                 "sync_failed",
+                                 "unknown_adapter",
                                  "unknown_code",
                                  "unknown_command",
-                                 "unreachable"}) {
+                                 "unreachable",
+                                 "wake_unavailable",
+                                 "wrong_password"}) {
     EXPECT_THAT(client::ErrorText(code), EndsWith(". (" + code + ")"));
   }
 }
