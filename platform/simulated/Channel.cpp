@@ -97,6 +97,7 @@ struct ChannelListener::Impl : std::enable_shared_from_this<ChannelListener::Imp
   void activate() {
     if (!_socket.is_open()) return deliver(ChannelError::kConnectionInvalid);
     asio::post(ChannelNetwork(), [self = shared_from_this()] { self->waitForPeers(); });
+    CheckInWithLaunchd();
   }
 
   void end() {

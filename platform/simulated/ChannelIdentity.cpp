@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <charconv>
 #include <climits>
+#include <csignal>
 #include <cstdlib>
 
 #include "platform/simulated/Descriptor.h"
@@ -23,8 +24,8 @@ std::string_view variable(const char* name) {
   return value == nullptr ? std::string_view() : std::string_view(value);
 }
 
-/// A descriptor's number, or -1.
-int descriptorNumber(std::string_view digits) {
+/// The number of a descriptor or a process, or -1.
+int numberFrom(std::string_view digits) {
   int number = -1;
   const char* end = digits.data() + digits.size();
   const auto [last, error] = std::from_chars(digits.data(), end, number);
@@ -40,7 +41,7 @@ void forEachService(Visit visit) {
     rest.remove_prefix(std::min(entry.size() + 1, rest.size()));
     const std::size_t equals = entry.rfind('=');
     if (equals == std::string_view::npos) continue;
-    visit(entry.substr(0, equals), descriptorNumber(entry.substr(equals + 1)));
+    visit(entry.substr(0, equals), numberFrom(entry.substr(equals + 1)));
   }
 }
 
@@ -53,7 +54,7 @@ std::int32_t sessionOf(pid_t pid) { return pid > 0 ? getsid(pid) : -1; }
 
 /// The executable's path inside the Mac; nothing for a process that is gone or lives elsewhere.
 std::optional<std::string> executableOf(pid_t pid) {
-  const int proc = descriptorNumber(variable(kMacProcVariable));
+  const int proc = numberFrom(variable(kMacProcVariable));
   if (proc < 0) return std::nullopt;
   const std::string link = std::to_string(pid) + "/exe";
   char path[PATH_MAX];
@@ -102,8 +103,13 @@ std::optional<PeerIdentity> IdentifyPeer(int connection) {
 }
 
 void AdoptInheritedDescriptors() {
-  closeOnExec(descriptorNumber(variable(kMacProcVariable)));
+  closeOnExec(numberFrom(variable(kMacProcVariable)));
   forEachService([](std::string_view, int descriptor) { closeOnExec(descriptor); });
+}
+
+void CheckInWithLaunchd() {
+  const int launchd = numberFrom(variable(kMacLaunchdVariable));
+  if (launchd > 1) (void)kill(launchd, SIGUSR1);  // it may be about to end
 }
 
 int RegisteredServiceSocket(const std::string& service) {

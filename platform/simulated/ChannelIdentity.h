@@ -26,6 +26,9 @@ std::optional<PeerIdentity> IdentifyPeer(int connection);
 /// Any thread.
 void AdoptInheritedDescriptors();
 
+/// Tells launchd that a service of this process is served from now on. Any thread.
+void CheckInWithLaunchd();
+
 /// The listening socket of a service that is registered for this process, or -1. It stays the
 /// process's own. Any thread.
 int RegisteredServiceSocket(const std::string& service);

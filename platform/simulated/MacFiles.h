@@ -42,6 +42,9 @@ inline constexpr char kMacPowerRequest[] = "/private/var/simulated/power";
 inline constexpr char kMacProcVariable[] = "SIMULATED_MAC_PROC";
 inline constexpr char kMacServicesVariable[] = "SIMULATED_MAC_SERVICES";
 
+/// The process id of launchd, which a daemon that begins to serve tells of it by SIGUSR1.
+inline constexpr char kMacLaunchdVariable[] = "SIMULATED_MAC_LAUNCHD";
+
 /// A user record.
 struct MacUser {
   std::string name;

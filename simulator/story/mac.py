@@ -22,6 +22,10 @@ USERS = "private/var/db/dslocal/nodes/Default/users"
 LOGS = "private/var/log"
 DAEMON_LOG = f"{LOGS}/system.log"
 JOURNAL = "private/var/simulated/journal.jsonl"
+POWER = "private/var/simulated/power.json"
+CLOCK = "private/var/simulated/time.json"
+NETWORK = "Library/Preferences/SystemConfiguration/preferences.plist"
+LOCAL_TIME = "private/etc/localtime"
 # What a Mac notes down while it runs. Nothing else may be left behind by what happened on it.
 NOTES = {
     LOGS,
@@ -31,8 +35,10 @@ NOTES = {
     "private/var/simulated/launchd.pid",
     "private/var/simulated/gui",
 }
+# What the technician sets on the Mac is the Mac's afterwards.
+SETTINGS = {NETWORK, f"{NETWORK}-lock", LOCAL_TIME, CLOCK, "private/var/simulated/network.json"}
 # Files whose meaning counts, not their spelling.
-PARSED = {STATE_FILE: json.loads, LOGIN_WINDOW: plistlib.loads}
+PARSED = {STATE_FILE: json.loads, LOGIN_WINDOW: plistlib.loads, POWER: json.loads}
 
 
 def content_of(path, parse=bytes):
@@ -73,14 +79,14 @@ class Mac:
     def simmac(self, verb, *arguments):
         return self.programs.run(self.tool, verb, self.root, *arguments)
 
-    def inside(self, *command):
+    def inside(self, *command, user="root"):
         """The command line that runs a command inside the Mac."""
-        return [self.tool, "run", self.root, "--", *command]
+        return [self.tool, "run", self.root, "--user", user, "--", *command]
 
-    def kioskctl(self, *arguments):
-        """The daemon's reply to what the set-up screen's application would send."""
-        command = self.inside(f"{APPLICATION}/MacOS/kioskctl", "--json", *arguments)
-        out = self.programs.run(*command, statuses=(0, 1))
+    def kioskctl(self, *arguments, user="root", said=""):
+        """The daemon's reply to what the application would send."""
+        command = self.inside(f"{APPLICATION}/MacOS/kioskctl", *arguments, "--json", user=user)
+        out = self.programs.run(*command, statuses=(0, 1), said=said)
         return json.loads(out.strip().split("\n")[-1])
 
     def daemon_answers(self):
@@ -108,6 +114,14 @@ class Mac:
 
     def plist(self, path):
         return content_of(self.file(path), plistlib.loads) or {}
+
+    def json(self, path):
+        return content_of(self.file(path), json.loads) or {}
+
+    def service(self, device):
+        """The network service of an adapter, as the preferences have it."""
+        services = self.plist(NETWORK)["NetworkServices"].values()
+        return next(each for each in services if each["Interface"]["DeviceName"] == device)
 
     def account(self, name):
         """The record of an account, empty when there is none."""
@@ -148,7 +162,7 @@ class Mac:
 
     @staticmethod
     def is_kept(name):
-        return not {name, *map(str, pathlib.PurePath(name).parents)} & NOTES
+        return not {name, *map(str, pathlib.PurePath(name).parents)} & (NOTES | SETTINGS)
 
     def entry(self, name):
         path = self.file(name)

@@ -43,20 +43,21 @@ class Programs:
         self.children = []
 
     @staticmethod
-    def attempt(*command):
-        """Runs a program to its end, whatever its exit status."""
+    def attempt(*command, said=""):
+        """Runs a program to its end, whatever its exit status; `said` is its standard input."""
         line = [str(part) for part in command]
         try:
-            return subprocess.run(line, capture_output=True, text=True, stdin=subprocess.DEVNULL,
+            return subprocess.run(line, capture_output=True, text=True, input=said,
                                   timeout=PATIENCE_SECONDS, check=False)
         except subprocess.TimeoutExpired:
             late = f"{shlex.join(line)}: had not ended after {PATIENCE_SECONDS} s"
             raise StoryError(late) from None
 
-    def run(self, *command, statuses=(0,)):
-        """What the program printed; any other exit status ends the story."""
-        done = self.attempt(*command)
-        if done.returncode not in statuses:
+    def run(self, *command, statuses=(0,), said=""):
+        """What the program printed; any other exit status, or a failure without a word of it, ends
+        the story."""
+        done = self.attempt(*command, said=said)
+        if done.returncode not in statuses or (done.returncode != 0 and not done.stdout):
             shown = shlex.join(done.args)
             raise StoryError(f"{shown}: exit status {done.returncode}: {done.stdout}{done.stderr}")
         return done.stdout

@@ -240,6 +240,28 @@ TEST_F(Boot, IsAskedToGoDownOnceTheCallIsInTheJournal) {
   EXPECT_TRUE(mac.timelineHas("launchd: asked to restart\n"));
 }
 
+TEST_F(Boot, OpensTheLoginWindowOnceTheDaemonServes) {
+  TestMac mac;
+  mac.addDaemon("daemon", {"late", "/private/tmp/go"}, true);
+  mac.changeList("/Library/LaunchDaemons/daemon.plist", {{"MachServices", {{"service", true}}}});
+  (void)mac.bootWithoutLogin({});
+  EXPECT_EQ(mac.status()["login"], false);
+  EXPECT_EQ(mac.timeline().find("login window:"), std::string::npos);
+  mac.write("/private/tmp/go", "");
+  EXPECT_TRUE(mac.timelineHas("login window: nobody signs in automatically\n"));
+}
+
+TEST_F(Boot, DoesNotWaitForADaemonThatEnds) {
+  TestMac mac;
+  mac.addDaemon("daemon", {"late", "/private/tmp/go"}, true);
+  mac.changeList("/Library/LaunchDaemons/daemon.plist", {{"MachServices", {{"service", true}}}});
+  (void)mac.bootWithoutLogin({});
+  EXPECT_TRUE(Eventually([&] { return mac.processes("daemon").size() == 1; }));
+  ASSERT_GT(mac.processes("daemon")[0], 1);
+  ASSERT_EQ(kill(mac.processes("daemon")[0], SIGKILL), 0);
+  EXPECT_TRUE(mac.timelineHas("login window: nobody signs in automatically\n"));
+}
+
 TEST_F(Boot, TellsThatTheLoginWindowHasNotDecided) {
   TestMac mac;
   mac.addDaemon("daemon", {"wait"}, true);  // launchd has somebody to wait for when it halts

@@ -6,6 +6,8 @@
 //   orphan      start such an orphan, then end with status 0
 //   writer      start a child that is deaf to SIGTERM and fills $HOME, then wait
 //   exit N      end with a status
+//   late FILE   wait, and serve only once there is a file
+// All but the last serve at once.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -45,6 +47,18 @@ std::string Description() {
          std::to_string(getsid(0)) + " home " + Variable("HOME") + " proc " +
          (ProcIsThere() ? "1" : "0") + " services " + Variable("SIMULATED_MAC_SERVICES") +
          " descriptors" + OpenDescriptors() + "\n";
+}
+
+/// Tells launchd that the job serves.
+void CheckIn() {
+  const int launchd = std::atoi(Variable("SIMULATED_MAC_LAUNCHD").c_str());
+  if (launchd > 1) (void)kill(launchd, SIGUSR1);
+}
+
+[[noreturn]] void ServeLate(const char* file) {
+  while (access(file, F_OK) != 0) (void)usleep(1000);
+  CheckIn();
+  while (true) (void)pause();
 }
 
 void Append(const char* path, const std::string& text) {
@@ -95,6 +109,8 @@ int main(int count, char** values) {
   if (verb == "stubborn") (void)signal(SIGTERM, SIG_IGN);
   (void)std::fprintf(stderr, "test job\n");
   Append(values[1], Description());
+  if (verb == "late" && count > 3) ServeLate(values[3]);
+  CheckIn();
   if (verb == "parent" || verb == "orphan") LeaveOrphan(values[1], Wait);
   if (verb == "writer") LeaveOrphan(values[1], FillHome);
   if (verb == "orphan") return 0;

@@ -53,8 +53,8 @@ int RunInMac(const std::string& root, const RunOptions& options) {
   request.environment.emplace_back(platform::kMacProcVariable, std::to_string(proc.get()));
   request.directory = user->home;
   request.inherited = {proc.get()};
-  request.newSession = true;
   request.user = user;
+  // In the caller's session: commands of one terminal are of one session inside the Mac, too.
   // What the command leaves in the background ends with it, as it would with its terminal.
   AdoptOrphans();
   const pid_t command = Spawn(request);

@@ -30,6 +30,12 @@ constexpr char kLoginWindowPath[] =
     "/System/Library/CoreServices/loginwindow.app/Contents/MacOS/loginwindow";
 constexpr mode_t kFileMode = 0644;
 
+/// By which a daemon tells that it serves.
+constexpr int kCheckIn = SIGUSR1;
+
+/// How long the login window waits for a daemon that serves nothing.
+constexpr std::chrono::seconds kCheckInPatience{10};
+
 /// What a boot ends in.
 enum class Power { kRestart, kHalt };
 
@@ -57,7 +63,7 @@ class Launchd {
       : _options(options),
         _proc(std::move(proc)),
         _null(OpenFile("/dev/null", O_RDWR)),
-        _signals({SIGCHLD, SIGHUP, SIGTERM, SIGINT, kEndAtOnce}),
+        _signals({SIGCHLD, SIGHUP, SIGTERM, SIGINT, kCheckIn, kEndAtOnce}),
         _count(readCount()) {
     AdoptOrphans();
   }
@@ -74,6 +80,7 @@ class Launchd {
   void logIn();
   void serve();
   void handle(std::optional<int> signal);
+  void daemonsAreUp();
   void askedForPower();
   void end(Power power);
   void collect();
@@ -95,6 +102,7 @@ class Launchd {
   // One boot's state.
   std::optional<JobRunner> _daemons;
   std::optional<Clock::time_point> _loginAt;
+  bool _loginAwaitsDaemons = false;
   bool _loginDecided = false;
   std::optional<Clock::time_point> _killSessionAt;
   std::optional<MacUser> _user;
@@ -114,7 +122,9 @@ Power Launchd::boot() {
   EmptyFolder(kRun);
   EmptyFolder(platform::kMacGuiSessions);
   startDaemons();
-  _loginAt = Clock::now() + _options.loginDelay;
+  // The login window comes up once the daemons serve: what they set at their start, it finds.
+  _loginAt = Clock::now() + (_services.empty() ? _options.loginDelay : kCheckInPatience);
+  _loginAwaitsDaemons = !_services.empty();
   _loginDecided = false;
   ++_count;
   serve();
@@ -149,6 +159,7 @@ pid_t Launchd::startDaemon(const LaunchJob& job) const {
   request.arguments = job.arguments;
   request.environment = {{"PATH", "/usr/bin:/bin:/usr/sbin:/sbin"},
                          {"XPC_SERVICE_NAME", job.label},
+                         {platform::kMacLaunchdVariable, std::to_string(getpid())},
                          {platform::kMacProcVariable, std::to_string(_proc.get())}};
   const std::string services = _services.variable(job);
   if (!services.empty()) {
@@ -207,6 +218,9 @@ void Launchd::handle(std::optional<int> signal) {
     case SIGHUP:
       askedForPower();
       break;
+    case kCheckIn:
+      daemonsAreUp();
+      break;
     case SIGTERM:
     case SIGINT:
       end(Power::kHalt);
@@ -217,6 +231,11 @@ void Launchd::handle(std::optional<int> signal) {
     default:
       break;
   }
+}
+
+void Launchd::daemonsAreUp() {
+  if (!std::exchange(_loginAwaitsDaemons, false) || !_loginAt) return;
+  _loginAt = Clock::now() + _options.loginDelay;
 }
 
 void Launchd::askedForPower() {
@@ -240,7 +259,8 @@ void Launchd::end(Power power) {
 
 void Launchd::collect() {
   CollectChildren([this](pid_t pid, int status) {
-    if (_daemons->childEnded(pid, status) || pid != _session) return;
+    if (_daemons->childEnded(pid, status)) return daemonsAreUp();  // that one will not be
+    if (pid != _session) return;
     // Nothing of a session outlives it, not even what an agent has started and left.
     KillProcessSession(_proc.get(), pid);
     Say("login window: the session of " + _user->name + " ended");

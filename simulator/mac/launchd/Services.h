@@ -19,6 +19,7 @@ class Services {
   std::vector<std::string> open(const std::vector<LaunchJob>& jobs);
 
   void close() { _sockets.clear(); }
+  bool empty() const { return _sockets.empty(); }
 
   /// A job's value of SIMULATED_MAC_SERVICES, and the descriptors that it names.
   std::string variable(const LaunchJob& job) const;
