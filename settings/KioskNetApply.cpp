@@ -83,7 +83,7 @@ KioskError KioskNetApply(const Json& network) {
                   platform::NetworkPreferencesError());
     return "failed";
   }
-  const KioskError error = Change(*preferences, network);
+  KioskError error = Change(*preferences, network);
   preferences->unlock();
   if (!error) LogChange(network);
   return error;

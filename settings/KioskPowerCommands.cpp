@@ -36,14 +36,14 @@ KioskError KioskDaemon::applyPower(bool force) {
   if (!effective) return std::nullopt;
   const std::uint64_t now = platform::ClockMonotonicNs();
   const bool known = *effective == KioskMember(_state, "powerApplied");
-  const KioskError before = string("powerError");
+  KioskError before = string("powerError");
   if (!force && known && _powerAppliedNs != 0 && now - _powerAppliedNs < kReassertAfterNs) {
     return before;
   }
   snapshotPower();
   bool armed = flag("powerRepeatArmed");
   const bool wasArmed = armed;
-  const KioskError error = KioskPowerApply(*effective, armed);
+  KioskError error = KioskPowerApply(*effective, armed);
   _powerAppliedNs = now;
   if (!known) LogPolicy(*effective, error);
   _state["powerApplied"] = *effective;
@@ -98,7 +98,7 @@ KioskError KioskDaemon::overridePower(const Json& policy) {
   const bool hadOne = _state.contains("powerLocal");
   const Json before = KioskMember(_state, "powerLocal");
   _state["powerLocal"] = policy;
-  const KioskError error = applyPower(true);
+  KioskError error = applyPower(true);
   if (error == "failed") {
     _state.erase("powerLocal");
     if (hadOne) _state["powerLocal"] = before;

@@ -57,7 +57,7 @@ std::optional<std::string> PacUrlFrom(const std::string& text) {
   const std::size_t start = colon + 3;
   if (text.compare(colon, 3, "://") != 0) return std::nullopt;
   const std::size_t end = std::min(text.find_first_of("/?#", start), text.size());
-  const std::string_view authority = std::string_view(text).substr(start, end - start);
+  const std::string_view authority = std::string_view{text}.substr(start, end - start);
   if (authority.find('@') != std::string_view::npos) return std::nullopt;
   const std::size_t hostEnd = std::min(authority.rfind(':'), authority.size());
   const std::string host = KioskLowerCase(authority.substr(0, hostEnd));
