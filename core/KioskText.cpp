@@ -13,7 +13,7 @@ constexpr std::size_t kLongestLabel = 63;
 // The lower case of the Kelvin sign is ASCII, as that of no other character beyond it is.
 constexpr std::string_view kKelvin = "\u212A";
 
-bool IsLowerOrDigit(char c) { return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9'); }
+bool IsLowerOrDigit(char c) { return (c >= 'a' && c <= 'z') || KioskIsDigit(c); }
 
 constexpr std::array<std::string_view, 18> kBlanks{
     "\t",     " ",      "\u00A0", "\u1680", "\u2000", "\u2001", "\u2002", "\u2003", "\u2004",
@@ -108,8 +108,8 @@ bool KioskStartsWithWordCharacter(std::string_view text) {
   if (text.empty()) return false;
   const char first = text.front();
   if (static_cast<unsigned char>(first) >= 0x80) return KioskSpaceLength(text) == 0;
-  return (first >= '0' && first <= '9') || (first >= 'A' && first <= 'Z') ||
-         (first >= 'a' && first <= 'z') || first == '_';
+  return KioskIsDigit(first) || (first >= 'A' && first <= 'Z') || (first >= 'a' && first <= 'z') ||
+         first == '_';
 }
 
 std::size_t KioskNextLine(std::string_view text, std::size_t start) {

@@ -6,6 +6,9 @@
 #include <string>
 #include <string_view>
 
+/// Whether the character is one of the ten digits of ASCII.
+constexpr bool KioskIsDigit(char c) { return c >= '0' && c <= '9'; }
+
 /// Whether the bytes are well-formed UTF-8 (RFC 3629: no surrogates, no overlong forms).
 bool KioskIsUtf8(std::string_view bytes);
 

@@ -5,6 +5,7 @@
 
 #include "core/KioskJson.h"
 #include "core/KioskLog.h"
+#include "core/KioskText.h"
 #include "settings/KioskPower.h"
 
 namespace {
@@ -15,7 +16,6 @@ constexpr std::size_t kMostServers = 4;
 constexpr std::int64_t kLongestPrefix = 32;
 constexpr std::int64_t kLongestPrefixWithBroadcast = 30;
 
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 bool IsLower(char c) { return c >= 'a' && c <= 'z'; }
 
 // "^[a-z]{1,12}[0-9]{1,4}$"
@@ -26,14 +26,14 @@ bool IsAdapter(const Json& value) {
   const auto name = static_cast<std::size_t>(digits - text.begin());
   const std::size_t number = text.size() - name;
   return name >= 1 && name <= kLongestAdapterName && number >= 1 &&
-         number <= kLongestAdapterNumber && std::all_of(digits, text.end(), IsDigit);
+         number <= kLongestAdapterNumber && std::all_of(digits, text.end(), KioskIsDigit);
 }
 
 // One number of a dotted address.
 bool TakeOctet(std::string_view& text, std::uint32_t& octet) {
   const std::string_view part = text.substr(0, text.find('.'));
   if (part.empty() || part.size() > 3 || (part.size() > 1 && part[0] == '0')) return false;
-  if (!std::all_of(part.begin(), part.end(), IsDigit)) return false;
+  if (!std::all_of(part.begin(), part.end(), KioskIsDigit)) return false;
   octet = 0;
   for (const char digit : part) octet = octet * 10 + static_cast<std::uint32_t>(digit - '0');
   text.remove_prefix(part.size());

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "core/KioskJson.h"
+#include "core/KioskText.h"
 
 namespace {
 
@@ -19,8 +20,6 @@ std::int64_t Clamped(double whole) {
   if (whole < -limit) return std::numeric_limits<std::int64_t>::min();
   return static_cast<std::int64_t>(whole);
 }
-
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
 bool IsTimeout(const Json& value, std::int64_t& minutes) {
   return KioskIsInteger(value, minutes) && minutes >= 0 && minutes <= kLongestTimeoutMinutes;
@@ -71,7 +70,8 @@ bool KioskClock(const Json& value, int& minutes) {
   if (!value.is_string()) return false;
   const std::string& text = value.get_ref<const std::string&>();
   if (text.size() != 5 || text[2] != ':') return false;
-  if (!IsDigit(text[0]) || !IsDigit(text[1]) || !IsDigit(text[3]) || !IsDigit(text[4])) {
+  if (!KioskIsDigit(text[0]) || !KioskIsDigit(text[1]) || !KioskIsDigit(text[3]) ||
+      !KioskIsDigit(text[4])) {
     return false;
   }
   const int hour = (text[0] - '0') * 10 + (text[1] - '0');

@@ -22,8 +22,6 @@ const std::vector<std::string>& CancelArgs() {
   return arguments;
 }
 
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-
 // The minutes that a line "  KEY  MINUTES..." gives a key: "^\s*KEY\s+([0-9]{1,5})\b".
 std::optional<int> MinutesOf(std::string_view line, std::string_view key) {
   line.remove_prefix(KioskLeadingSpace(line));
@@ -32,7 +30,7 @@ std::optional<int> MinutesOf(std::string_view line, std::string_view key) {
   const std::size_t space = KioskLeadingSpace(line);
   if (space == 0) return std::nullopt;
   line.remove_prefix(space);
-  const auto* const end = std::find_if_not(line.begin(), line.end(), IsDigit);
+  const auto* const end = std::find_if_not(line.begin(), line.end(), KioskIsDigit);
   const auto digits = static_cast<std::size_t>(end - line.begin());
   if (digits == 0 || digits > kMostDigits) return std::nullopt;
   if (KioskStartsWithWordCharacter(line.substr(digits))) return std::nullopt;

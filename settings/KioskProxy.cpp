@@ -19,11 +19,9 @@ constexpr std::size_t kLongestEntry = 253;
 constexpr std::size_t kMostEntries = 64;
 constexpr int kHighestPort = 65535;
 
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
-
 bool IsNumeric(std::string_view text) {
   return !text.empty() &&
-         std::all_of(text.begin(), text.end(), [](char c) { return IsDigit(c) || c == '.'; });
+         std::all_of(text.begin(), text.end(), [](char c) { return KioskIsDigit(c) || c == '.'; });
 }
 
 std::size_t Characters(std::string_view text) { return platform::TextToUtf16(text).size(); }
@@ -45,7 +43,7 @@ int NumberFrom(std::string_view digits) {
 // "^[1-9][0-9]{0,4}$" and below 65536; else 0.
 int StrictPortFrom(std::string_view text) {
   if (text.empty() || text.size() > 5 || text[0] == '0') return 0;
-  return std::all_of(text.begin(), text.end(), IsDigit) ? NumberFrom(text) : 0;
+  return std::all_of(text.begin(), text.end(), KioskIsDigit) ? NumberFrom(text) : 0;
 }
 
 // The URL with scheme and host in lower case.
@@ -115,7 +113,7 @@ bool LooksLikeBlock(std::string_view entry, std::size_t slash) {
   if (slash == std::string_view::npos || !IsNumeric(entry.substr(0, slash))) return false;
   const std::string_view prefix = entry.substr(slash + 1);
   return !prefix.empty() && prefix.size() <= 2 &&
-         std::all_of(prefix.begin(), prefix.end(), IsDigit);
+         std::all_of(prefix.begin(), prefix.end(), KioskIsDigit);
 }
 
 bool IsBypassEntry(std::string_view entry) {

@@ -27,9 +27,8 @@ constexpr std::size_t kLongestZoneName = 64;
 constexpr std::size_t kLongestServerName = 253;
 constexpr double kMillisecondsPerSecond = 1000;
 
-bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 bool IsLetterOrDigit(char c) {
-  return IsDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+  return KioskIsDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
 std::string LocalTimeLink() {
@@ -39,7 +38,7 @@ std::string LocalTimeLink() {
 }
 
 std::size_t DigitsAt(std::string_view text) {
-  return static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), IsDigit) -
+  return static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), KioskIsDigit) -
                                   text.begin());
 }
 

@@ -123,6 +123,8 @@ std::uint32_t ChannelPeer::euid() const { return xpc_connection_get_euid(_impl->
 
 std::int32_t ChannelPeer::asid() const { return xpc_connection_get_asid(_impl->connection); }
 
+// Checked with every message (connection.h). That it must come before activation is everybody's
+// practice, and not documented.
 int ChannelPeer::setCodeSigningRequirement(const std::string& requirement) const {
   return xpc_connection_set_peer_code_signing_requirement(_impl->connection, requirement.c_str());
 }

@@ -79,6 +79,8 @@ NSURLRequest* NativeRequest(const platform::UrlRequest& request, const char*& fl
   return flaw == nullptr ? native : nil;
 }
 
+/// The session asks for compressed bodies and decodes them by itself (which header it sends is not
+/// documented), and takes the proxies of the system's settings.
 NSURLSessionConfiguration* NativeConfiguration(const platform::UrlSessionConfiguration& wanted) {
   NSURLSessionConfiguration* native = NSURLSessionConfiguration.ephemeralSessionConfiguration;
   native.timeoutIntervalForRequest = static_cast<NSTimeInterval>(wanted.requestTimeoutSeconds);

@@ -41,6 +41,32 @@ TEST_F(UrlSessionTest, GetsABodyAndItsStatus) {
   EXPECT_EQ(server.requests().at(0).text.rfind("GET /a?b=c HTTP/1.1\r\n", 0), 0u);
 }
 
+TEST_F(UrlSessionTest, GetsAnAnswerWithoutABody) {
+  const TestServer server([](const std::string&) { return Answered("", "", "204 No Content"); });
+  const UrlResult result = get(server.url("/"));
+  EXPECT_EQ(result.error, std::nullopt);
+  EXPECT_EQ(result.httpStatus, 204);
+  EXPECT_EQ(result.data, "");
+}
+
+TEST_F(UrlSessionTest, GetsTheBodyOfARefusal) {
+  const TestServer server([](const std::string&) {
+    return Answered("who are you?", "WWW-Authenticate: Bearer\r\n", "401 Unauthorized");
+  });
+  const UrlResult result = get(server.url("/"));
+  EXPECT_EQ(result.error, std::nullopt);
+  EXPECT_EQ(result.httpStatus, 401);
+  EXPECT_EQ(result.data, "who are you?");
+}
+
+TEST_F(UrlSessionTest, RefusesAUrlThatIsNone) {
+  for (const char* url : {"", "nowhere", "http://", "http://a b/", "http://host:99999/"}) {
+    const UrlResult result = get(url);
+    EXPECT_TRUE(result.error) << url;
+    EXPECT_EQ(result.httpStatus, std::nullopt) << url;
+  }
+}
+
 TEST_F(UrlSessionTest, SendsMethodHeadersAndBodyAsGiven) {
   const TestServer server([](const std::string&) { return Answered(""); });
   const std::string body = std::string("{\"a\":1}\0x", 9);

@@ -1,7 +1,8 @@
 // The part of os/log.h that kioskd uses.
 // Source: os_log(3); libkern/os/log.h of the open-source XNU for the levels; clang's documentation
 // of
-// __builtin_os_log_format.
+// __builtin_os_log_format. What the macro below expands to is the macro of the system's own header,
+// as public code shows it; no Mac has confirmed it.
 #pragma once
 
 #include <stdbool.h>
@@ -23,8 +24,9 @@ void _os_log_impl(void* image, os_log_t log, os_log_type_t type, const char* for
 }
 #endif
 
-// The format has a section of its own, where the log's readers look for it. Without the section's
-// usual type, for which linkers merge it into the other strings.
+// The format has a section of its own, in which the log's readers are said to look for it. Without
+// the section's usual type, for which linkers merge it into the other strings; that a Mac's log
+// takes a format from a section without it is not confirmed.
 #define os_log_with_type(log, type, format, ...)                                             \
   do {                                                                                       \
     const os_log_t log_ = (log);                                                             \
