@@ -113,14 +113,14 @@ std::optional<std::string> PasswordRead(const Session& session) {
   std::string line;
   const std::optional<LineEnd> end =
       isatty(STDIN_FILENO) == 1 ? ReadFromTerminal(line) : ReadLine(-1, line);
-  if (end == LineEnd::kComplete) return line;
   if (!end) {
     session.complain("The terminal's echo cannot be turned off.");
-  } else if (end == LineEnd::kTooLong) {
-    session.complain("A password has at most " + std::to_string(kMaximumPasswordBytes) + " bytes.");
-  } else {
-    session.complain("No password was given.");
+    return std::nullopt;
   }
+  if (*end == LineEnd::kComplete) return line;
+  session.complain(*end == LineEnd::kTooLong ? "A password has at most " +
+                                                   std::to_string(kMaximumPasswordBytes) + " bytes."
+                                             : "No password was given.");
   return std::nullopt;
 }
 

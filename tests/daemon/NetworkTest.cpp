@@ -35,6 +35,23 @@ class Network : public SettingsTest {
     return Json();
   }
 
+  /// The service of a name that people see.
+  Json named(const std::string& name) const {
+    const Json all = preferences();
+    for (const Json& candidate : all["NetworkServices"]) {
+      if (candidate.value("UserDefinedName", "") == name) return candidate;
+    }
+    return Json();
+  }
+
+  void disableService(const std::string& name) const {
+    Json all = preferences();
+    for (Json& candidate : all["NetworkServices"]) {
+      if (candidate.value("UserDefinedName", "") == name) candidate["__INACTIVE__"] = 1;
+    }
+    writePreferences(all);
+  }
+
   /// Changes the stored service of an adapter.
   void changeService(const std::string& adapter, const Json& patch) const {
     Json all = preferences();
@@ -152,17 +169,22 @@ TEST_F(Net, LeavesADisabledServiceDisabled) {
 }
 
 TEST_F(Net, PrefersAnEnabledServiceOfTheAdapter) {
-  changeService("bridge0", {{"Interface", {{"DeviceName", "en1"}}}});
-  Json request = fixed({{"adapter", "en1"}});
-  EXPECT_EQ(sendUnlocked(request), done());
-  int changed = 0;
-  for (const int number : {0, 1}) {
-    const Json found = service("en1", number);
-    if (found["IPv4"]["ConfigMethod"] != "Manual") continue;
-    EXPECT_FALSE(found.contains("__INACTIVE__"));
-    ++changed;
-  }
-  EXPECT_EQ(changed, 1);
+  changeService("en1", {{"Interface", {{"DeviceName", "en0"}}}, {"UserDefinedName", "second"}});
+  disableService("Ethernet");
+  const Json first = named("Ethernet");
+  EXPECT_EQ(sendUnlocked(fixed()), done());
+  EXPECT_EQ(named("Ethernet"), first);
+  EXPECT_EQ(named("second")["IPv4"]["ConfigMethod"], "Manual");
+}
+
+TEST_F(Net, TakesTheFirstOfDisabledServicesOfTheAdapter) {
+  changeService("en1", {{"Interface", {{"DeviceName", "en0"}}}, {"UserDefinedName", "second"}});
+  disableService("Ethernet");
+  disableService("second");
+  const Json second = named("second");
+  EXPECT_EQ(sendUnlocked(fixed()), done());
+  EXPECT_EQ(named("Ethernet")["IPv4"]["ConfigMethod"], "Manual");
+  EXPECT_EQ(named("second"), second);
 }
 
 TEST_F(Net, KnowsTheAdaptersOfTheCurrentSetOnly) {
@@ -288,6 +310,10 @@ TEST_F(Proxy, SwitchesOffWhatItLeavesInPlace) {
   set({{"mode", "manual"}, {"server", "proxy:8080"}});
   set({{"mode", "auto"}, {"pacUrl", "http://pac.example/"}});
   EXPECT_EQ(proxies("en0")["HTTPProxy"], "proxy");
+  EXPECT_EQ(proxies("en0")["HTTPSEnable"], 0);
+  set({{"mode", "manual"}, {"server", "proxy:8080"}});
+  EXPECT_EQ(proxies("en0")["ProxyAutoConfigURLString"], "http://pac.example/");
+  EXPECT_EQ(proxies("en0")["ProxyAutoConfigEnable"], 0);
   EXPECT_EQ(set({{"mode", "none"}}), done());
   const Json found = proxies("en0");
   EXPECT_EQ(found["HTTPEnable"], 0);
@@ -314,6 +340,10 @@ TEST_F(Proxy, GivesAServiceTheProxiesThatItLacks) {
 TEST_F(Proxy, FailsWithoutAnEnabledService) {
   for (const char* adapter : {"en0", "en1"}) changeService(adapter, {{"__INACTIVE__", 1}});
   EXPECT_EQ(set({{"mode", "none"}}), refused("failed"));
+  EXPECT_EQ(mac.log().size(), 1U);
+  EXPECT_EQ(mac.log().back().level, "Error");
+  EXPECT_TRUE(mac.log().back().text.starts_with("proxy.set: ") &&
+              mac.log().back().text.ends_with(" (0 service(s) set)"));
   Json all = preferences();
   all.erase("CurrentSet");
   writePreferences(all);
@@ -322,13 +352,28 @@ TEST_F(Proxy, FailsWithoutAnEnabledService) {
 }
 
 TEST_F(Proxy, ChangesEveryServiceOrNone) {
-  changeService("en1", {{"Proxies", nullptr}});
+  // The first service fails, and the other one is tried all the same.
+  changeService("en0", {{"Proxies", nullptr}});
   expectFailure("network.addProtocolType", {"Proxies"});
   EXPECT_EQ(mac.countErrors("proxy.set: network.addProtocolType failed (1 service(s) set)"), 1U);
-  changeService("en1", {{"Proxies", Json::object()}});
+  changeService("en0", {{"Proxies", Json::object()}});
   expectFailure("network.setConfiguration", {"Proxies"});
   expectFailure("network.commit");
   EXPECT_EQ(mac.countErrors("proxy.set: network.commit failed (2 service(s) set)"), 1U);
+}
+
+TEST_F(Proxy, SaysThatTheSystemDidNotTakeUpWhatWasCommitted) {
+  fail("network.apply", {}, "Not now");
+  EXPECT_EQ(set({{"mode", "none"}}), refused("failed"));
+  EXPECT_EQ(mac.countErrors("proxy.set: Not now (2 service(s) set)"), 1U);
+  EXPECT_TRUE(isUnlocked());
+}
+
+TEST_F(Proxy, NeedsNoTerminalThatIsSetUp) {
+  mac.addFault({{"target", kFdesetup}, {"status", 0}, {"output", "FileVault is On."}});
+  provision();
+  mac.clearFaults();
+  EXPECT_EQ(set({{"mode", "none"}}), done());
 }
 
 TEST_F(Proxy, FailsWithoutPreferencesOrLock) {

@@ -122,6 +122,18 @@ TEST_F(Power, LeavesTheScheduleAloneWhenTheTimeoutsAreRefused) {
   EXPECT_EQ(mac.state()["powerApplied"], kScheduled);
 }
 
+TEST_F(Power, KeepsAScheduleOnRecordThatIsStillSetAfterARefusal) {
+  receive(kScheduled);
+  refuse({"-a"});
+  receive(policyOf(21, 60, true));
+  EXPECT_EQ(mac.state()["powerError"], "failed");
+  EXPECT_EQ(mac.state()["powerRepeatArmed"], true);
+  refuse({"repeat", "sleep"});
+  receive(policyOf(22, 60, true));
+  EXPECT_EQ(mac.state()["powerError"], "wake_unavailable");
+  EXPECT_EQ(mac.state()["powerRepeatArmed"], true);
+}
+
 TEST_F(Power, AssertsAnUnchangedPolicyEveryTenMinutes) {
   receive(kPolicy);
   receive(kPolicy);
@@ -156,7 +168,11 @@ TEST_F(Power, SavesAnUnchangedPolicyOnlyWhenSomethingCameOfIt) {
 }
 
 TEST_F(Power, TriesASnapshotThatFailedAgain) {
-  mac.addFault({{"target", kPmset}, {"arguments", {"-g"}}, {"times", 1}, {"status", 1}});
+  mac.addFault({{"target", kPmset},
+                {"arguments", {"-g"}},
+                {"times", 1},
+                {"status", 1},
+                {"output", " displaysleep 10\n sleep 1\n"}});
   receive(kPolicy);
   EXPECT_FALSE(mac.state().contains("powerBefore"));
   receive(policyOf(30, 0));
@@ -216,6 +232,24 @@ TEST_F(Power, PrefersTheTerminalsOverride) {
   EXPECT_EQ(mac.state()["power"], policyOf(99, 99));
   checkIn();
   EXPECT_EQ(portal.requests(kCheckInCall).back().json()["powerLocal"], local);
+}
+
+TEST_F(Power, AppliesAndKeepsAnOverrideThatIsThePolicyInForce) {
+  unlock();
+  receive(kPolicy);
+  clearRecords();
+  EXPECT_EQ(set({{"screenOffMinutes", 20}, {"sleepMinutes", 60}})["ok"], true);
+  EXPECT_EQ(runs(), Runs{timeouts(20, 60)});
+  EXPECT_EQ(mac.state()["powerLocal"], kPolicy);
+}
+
+TEST_F(Power, DropsAnOverrideWhenTheOrganisationHasNoPolicy) {
+  unlock();
+  set({{"screenOffMinutes", 20}, {"sleepMinutes", 60}});
+  clearRecords();
+  EXPECT_EQ(set({{"useOrganisation", true}})["effective"], KioskPowerDefault());
+  EXPECT_FALSE(mac.state().contains("powerLocal"));
+  EXPECT_TRUE(runs().empty());
 }
 
 TEST_F(Power, FollowsTheOrganisationAgain) {
@@ -367,6 +401,18 @@ TEST_F(Power, IsPutBackAsFarAsItGoes) {
   daemon->queue().sync([this] { daemon->teardown("test"); });
   EXPECT_EQ(mac.countErrors("pmset repeat cancel: busy"), 1U);
   EXPECT_EQ(mac.countErrors("pmset restore refused: no"), 1U);
+}
+
+TEST_F(Power, IsPutBackWithoutAScheduleOrWithoutASnapshot) {
+  receive(kPolicy);
+  const Json before = mac.state()["powerBefore"];
+  clearRecords();
+  daemon->queue().sync([this] { daemon->teardown("test"); });
+  EXPECT_EQ(runs(), Runs{timeouts(before["displaysleep"], before["sleep"])});
+  startDaemon({{"powerRepeatArmed", true}});
+  clearRecords();
+  daemon->queue().sync([this] { daemon->teardown("test"); });
+  EXPECT_EQ(runs(), Runs{cancel()});
 }
 
 TEST_F(Power, IsNotPutBackWhenItWasNeverChanged) {

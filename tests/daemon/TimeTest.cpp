@@ -1,6 +1,8 @@
 // The time zone and setting the clock.
 #include <filesystem>
 
+#include "core/KioskText.h"
+#include "platform/Clock.h"
 #include "settings/KioskTime.h"
 #include "tests/daemon/SettingsTest.h"
 
@@ -105,6 +107,7 @@ TEST_F(Time, IsSetByTheConfiguredServer) {
   const std::string at = reply["at"];
   EXPECT_EQ(reply,
             (Json{{"ok", true}, {"server", "time.example.org"}, {"offsetMs", 12}, {"at", at}}));
+  EXPECT_EQ(at, KioskIso8601(platform::ClockSecondsSince1970()));
   EXPECT_EQ(at.size(), 20U);
   EXPECT_EQ(timeRuns(), (std::vector<ToolRun>{{kSystemSetup, {"-getnetworktimeserver"}, 0},
                                               {kSntp, {"-sS", "time.example.org"}, 0}}));
@@ -145,13 +148,14 @@ TEST_F(Time, OffsetIsZeroWhenNobodySaysOne) {
 }
 
 TEST_F(Time, IsLeftToTheSystemWhenSntpFails) {
-  answerSntp(1, "no route");
+  answerSntp(1, "+1 +/- 0.1 no route");
   const Json reply = sync();
   EXPECT_EQ(reply["ok"], true);
   EXPECT_EQ(reply["offsetMs"], 0);
   const std::string server = reply["server"];
-  EXPECT_EQ(
-      mac.countErrors("sntp " + server + " failed: no route; turning network time on instead"), 1U);
+  EXPECT_EQ(mac.countErrors("sntp " + server +
+                            " failed: +1 +/- 0.1 no route; turning network time on instead"),
+            1U);
   EXPECT_EQ(mac.countLog("network time on; timed restarted to sync"), 1U);
   EXPECT_EQ(timeRuns(),
             (std::vector<ToolRun>{{kSystemSetup, {"-getnetworktimeserver"}, 0},
@@ -172,6 +176,7 @@ TEST_F(Time, CannotBeSetWhenNetworkTimeIsRefused) {
   EXPECT_TRUE(reply["server"].is_string());
   EXPECT_EQ(mac.countErrors("systemsetup -setusingnetworktime on failed: never"), 1U);
   EXPECT_EQ(mac.state()["lastTimeSync"], before);
+  EXPECT_EQ(mac.countRuns(kLaunchctl, {"kickstart"}), 0U);
 }
 
 TEST_F(Time, CannotBeSetWhenTheTimeDaemonDoesNotRestart) {
