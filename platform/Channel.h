@@ -67,9 +67,9 @@ class ChannelPeer {
   std::int32_t asid() const;   ///< Audit session. Native: xpc_connection_get_asid.
 
   /// Demands that the peer satisfies a code-signing requirement; no message of a peer that does not
-  /// is ever delivered. To be called before activate() (that a Mac insists on it is not
-  /// documented), at most once. Returns 0, or an error number for a requirement that cannot be
-  /// applied. Native: xpc_connection_set_peer_code_signing_requirement.
+  /// is ever delivered: an error is, and the connection ends. To be called before activate() (that
+  /// a Mac insists on it is not documented), at most once. Returns 0, or an error number for a
+  /// requirement that cannot be applied. Native: xpc_connection_set_peer_code_signing_requirement.
   [[nodiscard]] int setCodeSigningRequirement(const std::string& requirement) const;
 
   void setEventHandler(std::function<void(const ChannelPeerEvent&)> handler) const;

@@ -25,8 +25,8 @@ class Queue {
   /// called from work that runs on this queue. Native: dispatch_sync.
   void sync(const std::function<void()>& work) const;
 
-  /// Submits `work` once `delayNs` nanoseconds have passed by ClockMonotonicNs. Native:
-  /// dispatch_after.
+  /// Submits `work` once `delayNs` nanoseconds have passed by ClockMonotonicNs, and while a Mac
+  /// sleeps, later: the native clock stands still then. Native: dispatch_after.
   void after(std::uint64_t delayNs, std::function<void()> work) const;
 
   struct Impl;

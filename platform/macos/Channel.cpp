@@ -39,9 +39,17 @@ ChannelError errorOf(xpc_object_t event) {
   return ChannelError::kOther;
 }
 
-/// Counts a connection's messages that somebody still holds, and suspends it while they are many.
-/// Suspensions count, so each has its resumption, also of a connection that has ended. Does not own
-/// the connection, whose block owns it; a message does.
+/// Ends a connection that nobody takes.
+void turnAway(xpc_object_t event) {
+  if (xpc_get_type(event) == XPC_TYPE_CONNECTION) {
+    xpc_connection_cancel(static_cast<xpc_connection_t>(event));
+  }
+}
+
+/// Counts a connection's messages that are not done with, and suspends it while they are many.
+/// Suspensions count, so each has its resumption, also of a connection that has ended. A suspended
+/// connection also sends nothing and hears of its end late (connection.h); both wait until one of
+/// the messages is done with. Does not own the connection, whose block owns it; a ticket does.
 class Backlog {
  public:
   explicit Backlog(xpc_connection_t connection) : connection(connection) {}
@@ -63,11 +71,36 @@ class Backlog {
   std::size_t _messages = 0;
 };
 
+/// A message's place in the backlog: given back when its reply is sent, or else when nobody holds
+/// the message or its reply any more.
+class Ticket {
+ public:
+  explicit Ticket(std::shared_ptr<Backlog> backlog)
+      : _connection(xpc_retain(backlog->connection)), _backlog(std::move(backlog)) {
+    _backlog->add();
+  }
+  ~Ticket() { release(); }
+  Ticket(const Ticket&) = delete;
+  Ticket& operator=(const Ticket&) = delete;
+
+  void release() {
+    if (!_released.exchange(true)) _backlog->remove();
+  }
+
+ private:
+  const XpcRef _connection;
+  const std::shared_ptr<Backlog> _backlog;
+  std::atomic<bool> _released = false;
+};
+
 }  // namespace
 
 struct ChannelReply::Impl {
-  explicit Impl(xpc_object_t reply) : dictionary(reply) {}
+  Impl(xpc_object_t reply, std::shared_ptr<Ticket> message)
+      : dictionary(reply), ticket(std::move(message)) {}
+
   const XpcRef dictionary;
+  const std::shared_ptr<Ticket> ticket;
 };
 
 void ChannelReply::setString(const std::string& key, const std::string& text) {
@@ -75,19 +108,11 @@ void ChannelReply::setString(const std::string& key, const std::string& text) {
 }
 
 struct ChannelMessage::Impl {
-  Impl(xpc_object_t message, std::shared_ptr<Backlog> counted)
-      : connection(xpc_retain(counted->connection)),
-        dictionary(xpc_retain(message)),
-        backlog(std::move(counted)) {
-    backlog->add();
-  }
-  ~Impl() { backlog->remove(); }
-  Impl(const Impl&) = delete;
-  Impl& operator=(const Impl&) = delete;
+  Impl(xpc_object_t message, const std::shared_ptr<Backlog>& backlog)
+      : dictionary(xpc_retain(message)), ticket(std::make_shared<Ticket>(backlog)) {}
 
-  const XpcRef connection;
   const XpcRef dictionary;
-  const std::shared_ptr<Backlog> backlog;
+  const std::shared_ptr<Ticket> ticket;
 };
 
 std::optional<std::string> ChannelMessage::string(const std::string& key) const {
@@ -100,7 +125,7 @@ std::optional<std::string> ChannelMessage::string(const std::string& key) const 
 std::optional<ChannelReply> ChannelMessage::createReply() const {
   const xpc_object_t reply = xpc_dictionary_create_reply(_impl->dictionary.get());
   if (reply == nullptr) return std::nullopt;
-  return ChannelReply(std::make_shared<ChannelReply::Impl>(reply));
+  return ChannelReply(std::make_shared<ChannelReply::Impl>(reply, _impl->ticket));
 }
 
 using PeerHandler = std::function<void(const ChannelPeerEvent&)>;
@@ -142,6 +167,10 @@ void ChannelPeer::setEventHandler(std::function<void(const ChannelPeerEvent&)> h
     } else if (xpc_get_type(event) == XPC_TYPE_ERROR) {
       (*shared)(errorOf(event));
       if (isError(event, XPC_ERROR_CONNECTION_INVALID)) *shared = nullptr;
+      // Else it would be reported again with every message that it sends.
+      if (isError(event, XPC_ERROR_PEER_CODE_SIGNING_REQUIREMENT)) {
+        xpc_connection_cancel(backlog->connection);
+      }
     }
   });
 }
@@ -159,6 +188,7 @@ void ChannelPeer::cancel() const {
 
 void ChannelPeer::send(const ChannelReply& reply) const {
   xpc_connection_send_message(_impl->connection, reply.impl()->dictionary.get());
+  reply.impl()->ticket->release();
 }
 
 using ListenerHandler = std::function<void(const ChannelListenerEvent&)>;
@@ -180,8 +210,9 @@ struct ChannelListener::Impl {
 
   void begin() {
     if (!handler) {
-      xpc_connection_set_event_handler(connection, ^(xpc_object_t){
-                                       });
+      xpc_connection_set_event_handler(connection, ^(xpc_object_t event) {
+        turnAway(event);
+      });
     }
     isActive = true;
     xpc_connection_activate(connection);
@@ -203,7 +234,7 @@ void ChannelListener::setEventHandler(std::function<void(const ChannelListenerEv
   const auto shared = std::make_shared<ListenerHandler>(std::move(handler));
   _impl->handler = shared;
   xpc_connection_set_event_handler(_impl->connection, ^(xpc_object_t event) {
-    if (!*shared) return;
+    if (!*shared) return turnAway(event);
     if (xpc_get_type(event) == XPC_TYPE_CONNECTION) {
       const auto peer = static_cast<xpc_connection_t>(event);
       (*shared)(ChannelPeer(std::make_shared<ChannelPeer::Impl>(peer)));

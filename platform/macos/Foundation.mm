@@ -70,6 +70,8 @@ NSURLRequest* NativeRequest(const platform::UrlRequest& request, const char*& fl
     if (field == nil || content == nil) {
       flaw = kNotUtf8;
     } else {
+      // "Authorization" is among the headers that the system reserves for itself; that it is sent as
+      // given is seen, and not documented.
       [native setValue:content forHTTPHeaderField:field];
     }
   }

@@ -11,7 +11,10 @@ namespace {
 
 /// Refuses what CoreFoundation has no counterpart of as the system would if it were shown it: only
 /// the system can set its error, here to "Invalid argument".
-void refuse() { (void)SCNetworkProtocolSetConfiguration(nullptr, nullptr); }
+void refuse() {
+  const SCNetworkProtocolRef none = nullptr;
+  (void)SCNetworkProtocolSetConfiguration(none, nullptr);
+}
 
 template <class Ref>
 CfRef<Ref> retained(Ref object) {

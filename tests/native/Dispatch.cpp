@@ -20,7 +20,7 @@ constexpr std::uint64_t kForever = DISPATCH_TIME_FOREVER;
 
 std::uint64_t now() {
   timespec time{};
-  clock_gettime(CLOCK_BOOTTIME, &time);
+  clock_gettime(CLOCK_MONOTONIC, &time);  // stands still while the machine sleeps
   return static_cast<std::uint64_t>(time.tv_sec) * 1'000'000'000 +
          static_cast<std::uint64_t>(time.tv_nsec);
 }

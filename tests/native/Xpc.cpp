@@ -5,10 +5,12 @@
 
 #include <cerrno>
 #include <cstring>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "tests/native/Dispatch.h"
 #include "tests/native/Doubles.h"
@@ -67,8 +69,9 @@ class Dictionary : public Object {
   Dictionary() : Object("XPC dictionary") {}
 
   std::map<std::string, std::string> strings;
-  std::optional<Waiting>
-      replyTo;  ///< of a message: who expects a reply; of a reply: to whom it goes
+  bool isReply = false;
+  /// Of a message: who expects a reply; of a reply: to whom it goes.
+  std::optional<Waiting> replyTo;
 
  protected:
   ~Dictionary() override { giveUp(); }
@@ -115,18 +118,30 @@ class Connection : public Object {
   /// Takes a message for the handler; of a peer that fails the requirement, it gets an error in the
   /// message's place.
   void receive(Dictionary* message);
-  /// While suspended, nothing is handed to the handler.
+  /// While suspended, the handler is called for nothing, and nothing is sent (connection.h).
   void suspend() {
     const std::lock_guard lock(_mutex);
     ++_suspensions;
   }
 
   void resume() {
+    std::vector<std::function<void()>> delayed;
     {
       const std::lock_guard lock(_mutex);
       if (_suspensions-- == 0) Crash("a connection was resumed that was not suspended");
+      if (_suspensions == 0) delayed = std::exchange(_delayed, {});
     }
+    for (const auto& work : delayed) work();
     flush();
+  }
+
+  /// Does something at once, or when the connection is resumed.
+  void whenAwake(std::function<void()> work) {
+    {
+      const std::lock_guard lock(_mutex);
+      if (_suspensions > 0) return _delayed.push_back(std::move(work));
+    }
+    work();
   }
 
   /// Hands a message to the other end, if there still is one.
@@ -168,6 +183,7 @@ class Connection : public Object {
   std::deque<Dictionary*> _inbox;  ///< messages that were not handed over yet
   std::recursive_mutex _mutex;
   int _suspensions = 0;
+  std::vector<std::function<void()>> _delayed;
   bool _isActive = false;
   std::atomic<bool> _isEnded = false;
 };
@@ -306,13 +322,15 @@ void Connection::part() {
 
 /// The last event, after which nobody holds the handler, nor the runtime the connection.
 void Connection::end() {
-  _queue->enqueue([this] {
-    if (_handler != nullptr) {
-      (*_handler)(objectOf(XPC_ERROR_CONNECTION_INVALID));
-      std::exchange(_handler, nullptr)->release();
-    }
-    part();
-    release();
+  whenAwake([this] {
+    _queue->enqueue([this] {
+      if (_handler != nullptr) {
+        (*_handler)(objectOf(XPC_ERROR_CONNECTION_INVALID));
+        std::exchange(_handler, nullptr)->release();
+      }
+      part();
+      release();
+    });
   });
 }
 
@@ -405,6 +423,7 @@ xpc_object_t xpc_dictionary_create_reply(xpc_object_t original) {
   auto* message = As<Dictionary>(original);
   if (!Begin(__func__) || !message->replyTo) return nullptr;
   auto* reply = new Dictionary;
+  reply->isReply = true;
   reply->replyTo = std::exchange(message->replyTo, std::nullopt);
   return static_cast<native::Object*>(reply);
 }
@@ -426,12 +445,16 @@ void xpc_connection_send_message(xpc_connection_t connection, xpc_object_t messa
   (void)Begin(__func__);
   if (std::optional<native::Waiting> to = std::exchange(dictionary->replyTo, std::nullopt)) {
     dictionary->retain();
-    to->queue->enqueue([dictionary, to] {
-      (*to->handler)(static_cast<native::Object*>(dictionary));
-      to->handler->release();
-      dictionary->release();
+    from->whenAwake([dictionary, to] {
+      to->queue->enqueue([dictionary, to] {
+        (*to->handler)(static_cast<native::Object*>(dictionary));
+        to->handler->release();
+        dictionary->release();
+      });
+      to->queue->release();
     });
-    to->queue->release();
+  } else if (dictionary->isReply) {
+    native::Crash("a reply was sent twice");
   } else {
     auto* copy = new Dictionary;
     copy->strings = dictionary->strings;

@@ -1,6 +1,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <mutex>
 
 #include "platform/Channel.h"
 #include "tests/platform/ChannelClient.h"
@@ -131,10 +132,50 @@ TEST_F(Channel, TakesNoMoreMessagesWhileManyAreHeld) {
   EXPECT_EQ(_service->texts().size(), 102u);
 }
 
+TEST_F(Channel, TakesNoMoreMessagesWhileManyRepliesAreOwed) {
+  _service->activates = false;
+  _service->listen();
+  ChannelClient client;
+  const ChannelPeer peer = _service->peer(0);
+  std::mutex mutex;
+  std::vector<ChannelReply> owed;
+  peer.setEventHandler([&, service = _service](const ChannelPeerEvent& event) {
+    const auto* message = std::get_if<ChannelMessage>(&event);
+    if (message == nullptr) {
+      ++service->ended;
+      return;
+    }
+    const std::lock_guard lock(mutex);
+    owed.push_back(*message->createReply());  // and lets go of the message
+  });
+  _service->activate(peer);
+  std::vector<std::future<std::optional<std::string>>> replies;
+  for (int i = 0; i < 100; ++i) replies.push_back(client.request("x"));
+  const auto count = [&] {
+    const std::lock_guard lock(mutex);
+    return owed.size();
+  };
+  ASSERT_TRUE(Eventually([&] { return count() == 64; }));
+  {
+    const std::lock_guard lock(mutex);
+    owed.front().setString("text", "first");
+    peer.send(owed.front());
+  }
+  EXPECT_EQ(replies[0].get(), "first");
+  ASSERT_TRUE(Eventually([&] { return count() == 65; }));
+  {
+    const std::lock_guard lock(mutex);
+    owed.clear();
+  }
+  ASSERT_TRUE(Eventually([&] { return count() == 35; }));
+  const std::lock_guard lock(mutex);
+  owed.clear();
+}
+
 TEST_F(Channel, ServesOthersWhileOnePeerKeepsItsHandlerBusy) {
+  _service->activates = false;
   _service->listen();
   ChannelClient busy;
-  EXPECT_EQ(busy.request("first").get(), "first");
   std::promise<void> release;
   std::promise<void> entered;
   const ChannelPeer peer = _service->peer(0);
@@ -147,6 +188,8 @@ TEST_F(Channel, ServesOthersWhileOnePeerKeepsItsHandlerBusy) {
       ++_service->ended;
     }
   });
+  _service->activates = true;
+  _service->activate(peer);
   auto late = busy.request("second");
   entered.get_future().wait();
   ChannelClient other;
@@ -172,7 +215,6 @@ TEST_F(Channel, DeliversNothingFromAPeerThatFailsTheRequirement) {
   auto reply = client.request("b");
   ASSERT_TRUE(Eventually([&] { return !_service->errors().empty(); }));
   EXPECT_EQ(_service->errors().front(), ChannelError::kPeerCodeSigningRequirement);
-  _service->peer(0).cancel();
   EXPECT_TRUE(client.isEnded());
   EXPECT_TRUE(_service->texts().empty());
   EXPECT_EQ(_service->requirementError, 0);
@@ -231,6 +273,13 @@ TEST_F(Channel, TakesRepliesToAPeerThatHasLeft) {
   EXPECT_TRUE(Eventually([&] { return _service->ended == 1; }));
   const std::lock_guard lock(_service->mutex);
   ChannelService::answer(_service->peer(0), _service->held[0]);
+}
+
+TEST_F(Channel, TurnsAwayPeersThatNobodyTakes) {
+  ChannelListener listener(contract::kService, _service->listenerQueue);
+  listener.activate();
+  ChannelClient client;
+  EXPECT_TRUE(client.isEnded());
 }
 
 TEST_F(Channel, CallsNoHandlerOfAListenerThatHasGone) {

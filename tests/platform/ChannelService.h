@@ -32,8 +32,8 @@ class ChannelService : public std::enable_shared_from_this<ChannelService> {
       _listener.reset();
       for (const platform::ChannelPeer& peer : _peers) peer.cancel();
     });
+    letGo();  // a connection with many of them hears of its end only after that
     EXPECT_TRUE(Eventually([this] { return ended >= activated; }));
-    letGo();
     listenerQueue.sync([this] { _peers.clear(); });
   }
 

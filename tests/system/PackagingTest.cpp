@@ -24,7 +24,7 @@ class Packaging : public testing::Test {
  protected:
   Packaging() {
     for (const char* program : {"/bin/sh", "/bin/ls", "/bin/rm", "/bin/grep", "/bin/sed",
-                                "/bin/chown", "/bin/chmod", "/usr/bin/id"}) {
+                                "/bin/chown", "/bin/chmod", "/bin/sleep", "/usr/bin/id"}) {
       bring(program);
     }
     tool("/usr/bin/sw_vers", "echo 13.6");
@@ -130,13 +130,22 @@ TEST_F(Packaging, RefusesPlacesThatTheDaemonWouldRefuse) {
 }
 
 TEST_F(Packaging, StartsTheDaemonAndTightensTheFiles) {
-  tool("/bin/launchctl", "echo \"$@\" >>/launchctl.log");
+  // The daemon ends a moment after it was told to; the next start is refused once more.
+  tool("/bin/launchctl",
+       "echo \"$@\" >>/launchctl.log\n"
+       "case $1 in\n"
+       "print) [ ! -e /ending ] || exit 113; echo >/ending ;;\n"
+       "bootstrap) [ -e /refused ] || { echo >/refused; exit 5; } ;;\n"
+       "esac");
   ASSERT_EQ(chmod(mac.at(kApplication).c_str(), 0777), 0);
   ASSERT_EQ(chmod(mac.at(kDaemon).c_str(), 0666), 0);
   const Finished finished = run({"/postinstall", "/Brindlex.pkg", "/", "/"});
   EXPECT_EQ(finished.status, 0) << finished.output;
   EXPECT_EQ(mac.read("/launchctl.log"),
             "bootout system/com.brindlex.stream.kioskd\n"
+            "print system/com.brindlex.stream.kioskd\n"
+            "print system/com.brindlex.stream.kioskd\n"
+            "bootstrap system /Library/LaunchDaemons/com.brindlex.stream.kioskd.plist\n"
             "bootstrap system /Library/LaunchDaemons/com.brindlex.stream.kioskd.plist\n");
   EXPECT_EQ(mac.modeAndOwner(kDaemon), "0644 0:0");
   EXPECT_EQ(mac.modeAndOwner(kApplication), "0755 0:0");
@@ -162,6 +171,27 @@ TEST_F(Packaging, UninstallsARevokedTerminal) {
   }
   EXPECT_EQ(finished.output.find("The account"), std::string::npos);
   EXPECT_EQ(mac.read("/pkgutil.log"), "--forget com.brindlex.stream.kioskd\n");
+}
+
+TEST_F(Packaging, DoesNotUninstallWhereTheAccountCouldNotBeDeleted) {
+  mac.write(kState, R"({"generatedUID":"U","password":"p"})", 0600);
+  const Finished finished = run({"/uninstall"});
+  EXPECT_EQ(finished.status, 1);
+  EXPECT_NE(finished.output.find("could not be deleted"), std::string::npos);
+  EXPECT_TRUE(mac.exists(kState));
+}
+
+TEST_F(Packaging, PutsThePowerSettingsBackByForce) {
+  ASSERT_EQ(run({"-c", "pmset -a displaysleep 5 sleep 5"}).status, 0);
+  mac.write(kState,
+            R"({"powerBefore":{"displaysleep":42,"sleep":0},"powerRepeatArmed":true,"token":"t"})",
+            0600);
+  const Finished finished = run({"/uninstall", "--force"});
+  EXPECT_EQ(finished.status, 0) << finished.output;
+  const Json power = mac.readJson("/private/var/simulated/power.json");
+  EXPECT_EQ(power["settings"]["displaysleep"], 42);
+  EXPECT_EQ(power["settings"]["sleep"], 0);
+  EXPECT_EQ(mac.countRuns("/usr/bin/pmset", {"repeat", "cancel"}), 1U);
 }
 
 TEST_F(Packaging, UninstallsAnEnrolledTerminalByForceAndNamesWhatStays) {
