@@ -49,3 +49,7 @@ bool KioskDaemon::unlocked(const Json& token, KioskPeer peer) {
   return token.is_string() && peer == _unlockPeer &&
          platform::CryptoEqual(token.get_ref<const std::string&>(), *_unlockToken);
 }
+
+bool KioskDaemon::mayChangeSettings(const Json& request, KioskPeer peer) {
+  return unlocked(KioskMember(request, "unlockToken"), peer);
+}

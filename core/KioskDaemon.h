@@ -182,9 +182,9 @@ class KioskDaemon : public std::enable_shared_from_this<KioskDaemon> {
   KioskError checkMaintenancePassword(const Json& entered);
   void maintenancePasswordWrong(std::int64_t failures);
   void enterMaintenance();
+  bool mayChangeSettings(const Json& request, KioskPeer peer);
 
   // settings
-  bool mayChangeSettings(const Json& request, KioskPeer peer);
   std::optional<Json> effectivePower() const;
   void snapshotPower();
   KioskError overridePower(const Json& policy);

@@ -9,6 +9,7 @@
 namespace {
 
 constexpr std::size_t kLongestLabel = 63;
+constexpr std::size_t kLongestHostName = 253;
 
 // The lower case of the Kelvin sign is ASCII, as that of no other character beyond it is.
 constexpr std::string_view kKelvin = "\u212A";
@@ -139,6 +140,16 @@ bool KioskIsHostLabel(std::string_view text) {
          IsLowerOrDigit(text.back()) && std::all_of(text.begin(), text.end(), [](char c) {
            return IsLowerOrDigit(c) || c == '-';
          });
+}
+
+std::size_t KioskHostLabels(std::string_view text) {
+  if (text.size() > kLongestHostName) return 0;
+  for (std::size_t labels = 1;; ++labels) {
+    const std::size_t dot = text.find('.');
+    if (!KioskIsHostLabel(text.substr(0, dot))) return 0;
+    if (dot == std::string_view::npos) return labels;
+    text.remove_prefix(dot + 1);
+  }
 }
 
 std::string KioskIso8601(double secondsSince1970) {

@@ -40,5 +40,9 @@ std::string KioskLowerCase(std::string_view text);
 /// "^[a-z0-9]([a-z0-9-]{0,61}[a-z0-9])?$".
 bool KioskIsHostLabel(std::string_view text);
 
+/// How many such labels the text has, joined by single dots; 0 when it is no such name or longer
+/// than 253 bytes.
+std::size_t KioskHostLabels(std::string_view text);
+
 /// An instant (seconds since 1970, a fraction cut off) as ISO 8601 has it, "2026-10-08T22:31:00Z".
 std::string KioskIso8601(double secondsSince1970);

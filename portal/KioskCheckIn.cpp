@@ -19,7 +19,6 @@ namespace {
 constexpr std::int64_t kUnauthorized = 401;
 constexpr double kUnknownTokenGraceSeconds = 86400;
 constexpr double kUnknownTokenGraceHours = 24;
-constexpr std::size_t kLongestHostName = 253;
 
 bool KeepsHost(const Json& hosts, const Json& host) {
   return host.is_string() && KioskIsHostName(host.get_ref<const std::string&>()) &&
@@ -64,17 +63,7 @@ Json KioskDefaultSignIn() {
   return {{"microsoft", true}, {"email", false}, {"extraHosts", Json::array()}};
 }
 
-bool KioskIsHostName(std::string_view text) {
-  if (text.size() > kLongestHostName) return false;
-  std::size_t labels = 0;
-  for (;;) {
-    const std::size_t dot = text.find('.');
-    if (!KioskIsHostLabel(text.substr(0, dot))) return false;
-    ++labels;
-    if (dot == std::string_view::npos) return labels >= 2;
-    text.remove_prefix(dot + 1);
-  }
-}
+bool KioskIsHostName(std::string_view text) { return KioskHostLabels(text) >= 2; }
 
 Json KioskSignInFrom(const Json& signIn) {
   if (!signIn.is_object()) return KioskDefaultSignIn();

@@ -20,10 +20,6 @@ void LogPolicy(const Json& policy, const KioskError& error) {
 
 }  // namespace
 
-bool KioskDaemon::mayChangeSettings(const Json& request, KioskPeer peer) {
-  return unlocked(KioskMember(request, "unlockToken"), peer);
-}
-
 // The built-in default is for showing; it is never applied.
 std::optional<Json> KioskDaemon::effectivePower() const {
   std::optional<Json> local = policy("powerLocal");

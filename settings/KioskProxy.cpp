@@ -12,7 +12,6 @@
 
 namespace {
 
-constexpr std::size_t kLongestHostName = 253;
 constexpr std::size_t kLongestPacUrl = 2048;
 constexpr std::size_t kLongestServer = 300;
 constexpr std::size_t kLongestEntry = 253;
@@ -157,15 +156,8 @@ bool AddBypass(const Json& value, Json& proxy) {
 bool KioskAbsent(const Json& value) { return value.is_null(); }
 
 bool KioskHostname(std::string_view text) {
-  if (text.empty() || text.size() > kLongestHostName) return false;
   std::uint32_t address = 0;
-  if (IsNumeric(text)) return KioskParseQuad(std::string(text), address);
-  for (;;) {
-    const std::size_t dot = text.find('.');
-    if (!KioskIsHostLabel(text.substr(0, dot))) return false;
-    if (dot == std::string_view::npos) return true;
-    text.remove_prefix(dot + 1);
-  }
+  return IsNumeric(text) ? KioskParseQuad(std::string(text), address) : KioskHostLabels(text) > 0;
 }
 
 std::optional<Json> KioskProxyParse(const Json& request) {
