@@ -21,10 +21,13 @@ class KioskDescriptor {
   int get() const { return _descriptor; }
   explicit operator bool() const { return _descriptor >= 0; }
 
+  /// Gives the descriptor up to the caller.
+  [[nodiscard]] int release() { return std::exchange(_descriptor, -1); }
+
   /// Closes now. The result of close(2), or 0 when there was nothing to close. Not retried: the
   /// descriptor is gone whatever the result.
   int close() {
-    const int descriptor = std::exchange(_descriptor, -1);
+    const int descriptor = release();
     return descriptor < 0 ? 0 : ::close(descriptor);
   }
 

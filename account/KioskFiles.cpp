@@ -1,5 +1,6 @@
 #include "account/KioskFiles.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -7,8 +8,10 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 
 #include "core/KioskLimits.h"
 #include "core/KioskLog.h"
@@ -42,22 +45,32 @@ bool Fill(KioskDescriptor& file, const std::string& data, mode_t mode, uid_t own
          file.close() == 0;
 }
 
-}  // namespace
-
-std::optional<std::string> KioskReadFile(const std::string& path) {
-  const KioskDescriptor file(open(path.c_str(), kReadFlags));
+std::optional<std::string> ReadWhole(const KioskDescriptor& file, std::size_t maximumBytes) {
   struct stat info = {};
   if (!file || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) return std::nullopt;
+  if (static_cast<std::uintmax_t>(info.st_size) > maximumBytes) return std::nullopt;
   std::string content;
   std::array<char, 16384> buffer;
-  for (;;) {
+  while (content.size() <= maximumBytes) {
     const ssize_t count = read(file.get(), buffer.data(), buffer.size());
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) return std::nullopt;
     if (count == 0) return content;
     content.append(buffer.data(), static_cast<std::size_t>(count));
-    if (content.size() > kKioskMaximumFileBytes) return std::nullopt;
   }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string> KioskReadFile(const std::string& path) {
+  return ReadWhole(KioskDescriptor(open(path.c_str(), kReadFlags)), kKioskMaximumFileBytes);
+}
+
+std::optional<std::string> KioskReadAt(int directory, const std::string& name,
+                                       std::size_t maximumBytes) {
+  return ReadWhole(KioskDescriptor(openat(directory, name.c_str(), kReadFlags | O_NOFOLLOW)),
+                   maximumBytes);
 }
 
 KioskDescriptor KioskOpenDirectory(const std::string& path) {
@@ -99,6 +112,22 @@ bool KioskWriteAt(int directory, const std::string& name, const std::string& dat
   KioskLogError("cannot write %@: %s", name, std::strerror(errno));
   static_cast<void>(unlinkat(directory, temporary.c_str(), 0));
   return false;
+}
+
+std::vector<std::string> KioskListDir(int directory) {
+  // Opened anew and not duplicated, because duplicates share their position.
+  KioskDescriptor again(openat(directory, ".", kDirectoryFlags));
+  const std::unique_ptr<DIR, int (*)(DIR*)> stream(fdopendir(again.get()), closedir);
+  if (!stream) return {};
+  static_cast<void>(again.release());  // the stream's now
+  std::vector<std::string> names;
+  errno = 0;
+  while (const dirent* entry = readdir(stream.get())) {
+    const std::string name = entry->d_name;
+    if (name != "." && name != "..") names.push_back(name);
+    errno = 0;
+  }
+  return errno == 0 ? names : std::vector<std::string>{};
 }
 
 bool KioskWriteFile(const std::string& path, const std::string& data, mode_t mode, uid_t owner,

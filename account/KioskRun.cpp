@@ -112,14 +112,16 @@ int Spawn(const std::string& path, const std::vector<std::string>& arguments, in
   return posix_spawn(&child, path.c_str(), &setup.actions, &setup.attributes, argv.data(), environ);
 }
 
-std::string ReadToEnd(int descriptor) {
+std::string ReadToEnd(int descriptor, const std::function<void(std::string_view)>& onChunk) {
   std::string bytes;
   std::array<char, 65536> buffer;
   for (;;) {
     const ssize_t count = read(descriptor, buffer.data(), buffer.size());
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) return bytes;
-    bytes.append(buffer.data(), static_cast<std::size_t>(count));
+    const std::string_view chunk(buffer.data(), static_cast<std::size_t>(count));
+    bytes += chunk;
+    if (onChunk) onChunk(chunk);
   }
 }
 
@@ -135,6 +137,12 @@ std::int32_t WaitFor(pid_t child) {
 
 std::int32_t KioskRun(const std::string& path, const std::vector<std::string>& arguments,
                       std::string* output) {
+  return KioskRunFollowing(path, arguments, output, nullptr);
+}
+
+std::int32_t KioskRunFollowing(const std::string& path, const std::vector<std::string>& arguments,
+                               std::string* output,
+                               const std::function<void(std::string_view chunk)>& onChunk) {
   Pipe pipe;
   pid_t child = 0;
   int error = OpenPipe(pipe);
@@ -146,7 +154,7 @@ std::int32_t KioskRun(const std::string& path, const std::vector<std::string>& a
   // First everything the tool says, then its end: a tool that fills the pipe never waits for us
   // while we wait for it.
   pipe.writeEnd.close();
-  const std::string bytes = ReadToEnd(pipe.readEnd.get());
+  const std::string bytes = ReadToEnd(pipe.readEnd.get(), onChunk);
   const std::int32_t status = WaitFor(child);
   if (output != nullptr) *output = KioskIsUtf8(bytes) ? KioskTrim(bytes) : std::string_view();
   return status;

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 /// Runs the tool at the absolute `path` with `arguments` (the program's name left out), standard
@@ -14,6 +16,12 @@
 /// ignored signal of the daemon's. Any thread.
 std::int32_t KioskRun(const std::string& path, const std::vector<std::string>& arguments,
                       std::string* output = nullptr);
+
+/// Runs a tool as above and hands each piece of its output to `onChunk` as it arrives, on the
+/// calling thread; what one piece holds is up to chance. Any thread.
+std::int32_t KioskRunFollowing(const std::string& path, const std::vector<std::string>& arguments,
+                               std::string* output,
+                               const std::function<void(std::string_view chunk)>& onChunk);
 
 /// Runs a tool as above and logs a status other than 0 together with the tool's output. True when
 /// the status is 0. Any thread.

@@ -7,6 +7,7 @@
 #include "core/KioskJson.h"
 #include "core/KioskLog.h"
 #include "core/KioskVersion.h"
+#include "portal/KioskBranding.h"
 #include "settings/KioskPowerApply.h"
 
 bool KioskDaemon::ownAccount(uid_t* uid) const {
@@ -47,6 +48,7 @@ void KioskDaemon::teardown(const std::string& reason) {
   }
   wipeKeepingAccount(keepAccount);
   _unlockToken.reset();
+  KioskBrandingClear(kKioskBrandingDirectory);
   _timer.reset();
 }
 

@@ -4,6 +4,7 @@
 #include "core/KioskDaemon.h"
 #include "core/KioskJson.h"
 #include "core/KioskLog.h"
+#include "core/KioskText.h"
 #include "platform/Clock.h"
 #include "platform/Crypto.h"
 
@@ -13,16 +14,6 @@ constexpr std::size_t kTokenBytes = 16;
 constexpr std::uint64_t kUnlockSeconds = 600;
 constexpr std::uint64_t kNanosecondsPerSecond = 1'000'000'000;
 
-std::string Hexadecimal(const std::array<unsigned char, kTokenBytes>& bytes) {
-  constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  for (const unsigned char byte : bytes) {
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 0xF];
-  }
-  return text;
-}
-
 }  // namespace
 
 Json KioskDaemon::unlock(const Json& password, KioskPeer peer) {
@@ -31,7 +22,7 @@ Json KioskDaemon::unlock(const Json& password, KioskPeer peer) {
   if (const KioskError error = checkMaintenancePassword(password)) return KioskFailure(*error);
   std::array<unsigned char, kTokenBytes> bytes{};
   if (!platform::CryptoRandomBytes(bytes.data(), bytes.size())) return KioskFailure("failed");
-  _unlockToken = Hexadecimal(bytes);
+  _unlockToken = KioskHexadecimal(bytes);
   _unlockPeer = peer;
   _unlockExpiresNs = platform::ClockMonotonicNs() + kUnlockSeconds * kNanosecondsPerSecond;
   KioskLog("terminal settings unlocked for %llu s (uid %u, session %d)", kUnlockSeconds, peer.uid,

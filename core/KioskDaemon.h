@@ -4,14 +4,17 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "core/KioskError.h"
 #include "platform/Json.h"
 #include "platform/Queue.h"
+#include "updates/KioskOsUpdates.h"
 
 /// The identity of a request's sender.
 struct KioskPeer {
@@ -50,7 +53,8 @@ class KioskDaemon : public std::enable_shared_from_this<KioskDaemon> {
   /// (Re)arms the one check-in timer to fire once, `seconds` from now.
   void scheduleCheckInAfter(double seconds);
 
-  /// Checks in and arms the next check-in, unless the device is not or no longer enrolled.
+  /// Checks in, serves the update window and arms the next check-in, unless the device is not or no
+  /// longer enrolled.
   void timerFired();
 
   // --- core: dispatch ----------------------------------------------------------------------------
@@ -145,6 +149,22 @@ class KioskDaemon : public std::enable_shared_from_this<KioskDaemon> {
   /// "time.get": when the clock was last set so.
   Json timeGet(const Json& request, KioskPeer peer);
 
+  // --- OS updates --------------------------------------------------------------------------------
+
+  /// Installs the pending OS updates when the policy wants that now: its window is open and had no
+  /// run yet, and nobody uses the terminal. Tries at most every fifteen minutes.
+  void enforceUpdates();
+
+  /// "session.report": whether a stream is live and someone signed in. For the kiosk account only.
+  Json sessionReport(const Json& request, KioskPeer peer);
+
+  /// "os.updates": the pending updates and how a check or install goes; looks for them anew when
+  /// asked to, without waiting for what is found.
+  Json osUpdates(const Json& request, KioskPeer peer);
+
+  /// "os.install": installs the pending updates now.
+  Json osInstall(const Json& request, KioskPeer peer);
+
  private:
   // core: state
   std::optional<std::string> string(const char* key) const;
@@ -160,12 +180,14 @@ class KioskDaemon : public std::enable_shared_from_this<KioskDaemon> {
   // portal
   Json checkInBody() const;
   KioskCheckInOutcome tokenUnknown();
-  void enrolled(const Json& answer);
+  void enrolled(const Json& answer, const std::string& token);
   void syncSignIn(const Json& answer);
   void syncTerminalName(const Json& answer);
   void syncPolicies(const Json& answer);
   bool syncPolicy(const Json& answer, const char* key, const char* sourceKey);
   void syncExitPassword(const Json& answer);
+  void syncBranding(const Json& answer, const std::string& token);
+  std::optional<std::string> fetchPhoto(const std::string& digest, const std::string& token);
   Json pairCheckOnce(const Json& code);
   Json pairPoll(const std::string& code);
   Json enrol(const std::string& token);
@@ -189,16 +211,30 @@ class KioskDaemon : public std::enable_shared_from_this<KioskDaemon> {
   void snapshotPower();
   KioskError overridePower(const Json& policy);
 
+  // OS updates
+  bool userBusy() const;
+  void deferUpdates();
+  void installInWindow(const std::string& window);
+  void finishWindowRun(const Json& result, const std::string& window);
+  void recordUpdateRun(const Json& result);
+  KioskOsUpdates::Completion onQueue(std::function<void(KioskDaemon&, const Json&)> work);
+
   Json _state = Json::object();             // the state dictionary
   std::optional<platform::Timer> _timer;    // the check-in timer, made on first use
   double _interval = 30.0;                  // seconds until the next check-in
   std::optional<std::string> _pendingCode;  // the pairing code being waited for, in upper case
   std::uint64_t _restartAtNs = 0;           // monotonic time of the pending restart; 0 for none
   bool _restartOnProvision = false;         // restart once provisioning succeeds
+  std::set<std::string> _brandingFailed;    // digests of photos that could not be fetched
   std::optional<std::string> _unlockToken;  // what unlocks the settings, while they are
   KioskPeer _unlockPeer;                    // who holds it
   std::uint64_t _unlockExpiresNs = 0;       // monotonic time at which it ends
-  std::uint64_t _powerAppliedNs = 0;        // monotonic time of the last apply; 0 for none
+  std::shared_ptr<KioskOsUpdates> _os = std::make_shared<KioskOsUpdates>();
+  bool _userLive = false;             // the last session report: a stream is live,
+  bool _userSignedIn = false;         // someone is signed in,
+  std::uint64_t _userReportNs = 0;    // and its monotonic time; 0 for none
+  std::uint64_t _updatesRetryNs = 0;  // monotonic time of the next attempt; 0 for any
+  std::uint64_t _powerAppliedNs = 0;  // monotonic time of the last apply; 0 for none
   platform::Queue _queue;
 
   mutable std::mutex _publishedLock;

@@ -13,7 +13,7 @@ struct Command {
   Json (*handler)(KioskDaemon& daemon, const Json& request, KioskPeer peer);
 };
 
-constexpr std::array<Command, 13> kCommands{{
+constexpr std::array<Command, 16> kCommands{{
     {"status",
      [](KioskDaemon& daemon, const Json&, KioskPeer peer) { return daemon.status(peer.uid); }},
     {"pair.begin", [](KioskDaemon& daemon, const Json&, KioskPeer) { return daemon.pairBegin(); }},
@@ -45,6 +45,12 @@ constexpr std::array<Command, 13> kCommands{{
                      KioskPeer peer) { return daemon.powerSet(request, peer); }},
     {"proxy.set", [](KioskDaemon& daemon, const Json& request,
                      KioskPeer peer) { return daemon.proxySet(request, peer); }},
+    {"os.updates", [](KioskDaemon& daemon, const Json& request,
+                      KioskPeer peer) { return daemon.osUpdates(request, peer); }},
+    {"os.install", [](KioskDaemon& daemon, const Json& request,
+                      KioskPeer peer) { return daemon.osInstall(request, peer); }},
+    {"session.report", [](KioskDaemon& daemon, const Json& request,
+                          KioskPeer peer) { return daemon.sessionReport(request, peer); }},
 }};
 
 }  // namespace

@@ -25,6 +25,12 @@ inline constexpr std::size_t kKioskMaximumPairingCodeBytes = 256;
 /// Most extra sign-in hosts that are kept.
 inline constexpr std::size_t kKioskMaximumExtraHosts = 10;
 
+/// Largest "branding.json", in bytes, that is compared with a new one; a larger one is replaced.
+inline constexpr std::size_t kKioskMaximumBrandingBytes = std::size_t{1} << 20;
+
+/// Most photos that are remembered as not to be had; with more, each may be reported again.
+inline constexpr std::size_t kKioskMaximumBrandingFailures = 10'000;
+
 /// Longest terminal name in UTF-16 code units.
 inline constexpr std::size_t kKioskMaximumTerminalName = 80;
 

@@ -62,5 +62,6 @@ void KioskDaemon::timerFired() {
       _interval = std::min(_interval * kBackOffFactor, kLongestInterval);
       break;
   }
+  enforceUpdates();
   scheduleCheckInAfter(_interval);
 }

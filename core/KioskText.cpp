@@ -28,6 +28,11 @@ std::size_t LengthOf(const Set& set, Matches matches) {
   return found == set.end() ? 0 : found->size();
 }
 
+// Of the newline with which the text begins, or 0.
+std::size_t NewlineLength(std::string_view text) {
+  return LengthOf(kNewlines, [&](std::string_view newline) { return text.starts_with(newline); });
+}
+
 template <class Matches>
 std::size_t LengthOfSpace(bool newlines, Matches matches) {
   const std::size_t blank = LengthOf(kBlanks, matches);
@@ -115,11 +120,26 @@ bool KioskStartsWithWordCharacter(std::string_view text) {
 
 std::size_t KioskNextLine(std::string_view text, std::size_t start) {
   for (std::size_t at = start; at < text.size(); ++at) {
-    const std::string_view rest = text.substr(at);
-    const auto leads = [&](std::string_view newline) { return rest.starts_with(newline); };
-    if (const std::size_t length = LengthOf(kNewlines, leads)) return at + length;
+    if (const std::size_t length = NewlineLength(text.substr(at))) return at + length;
   }
   return text.size();
+}
+
+std::vector<std::string_view> KioskLines(std::string_view text) {
+  std::vector<std::string_view> lines;
+  std::size_t at = 0;
+  while (at < text.size()) {
+    const std::size_t length = NewlineLength(text.substr(at));
+    if (length == 0) {
+      ++at;
+      continue;
+    }
+    lines.push_back(text.substr(0, at));
+    text.remove_prefix(at + length);
+    at = 0;
+  }
+  lines.push_back(text);
+  return lines;
 }
 
 std::string KioskLowerCase(std::string_view text) {
@@ -133,6 +153,16 @@ std::string KioskLowerCase(std::string_view text) {
     text.remove_prefix(isKelvin ? kKelvin.size() : 1);
   }
   return lower;
+}
+
+std::string KioskHexadecimal(std::span<const unsigned char> bytes) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  for (const unsigned char byte : bytes) {
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 0xF];
+  }
+  return text;
 }
 
 bool KioskIsHostLabel(std::string_view text) {

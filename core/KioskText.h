@@ -3,8 +3,10 @@
 #pragma once
 
 #include <cstddef>
+#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 /// Whether the character is one of the ten digits of ASCII.
 constexpr bool KioskIsDigit(char c) { return c >= '0' && c <= '9'; }
@@ -33,8 +35,15 @@ bool KioskStartsWithWordCharacter(std::string_view text);
 /// when there is none.
 std::size_t KioskNextLine(std::string_view text, std::size_t start);
 
+/// The pieces of the text between its newlines, of which it has one more than newlines. They point
+/// into `text`.
+std::vector<std::string_view> KioskLines(std::string_view text);
+
 /// The text in lower case as far as that is ASCII; other characters stay.
 std::string KioskLowerCase(std::string_view text);
+
+/// The bytes as two lower-case hexadecimal digits each.
+std::string KioskHexadecimal(std::span<const unsigned char> bytes);
 
 /// Whether the text is one label of a host name:
 /// "^[a-z0-9]([a-z0-9-]{0,61}[a-z0-9])?$".

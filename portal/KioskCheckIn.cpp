@@ -93,7 +93,7 @@ KioskCheckInOutcome KioskDaemon::checkIn() {
   }
   if (Is401(answer, "unknown")) return tokenUnknown();
   if (answer.success() && KioskMember(answer.body, "status") == "enrolled") {
-    enrolled(answer.body);
+    enrolled(answer.body, *token);
     return KioskCheckInOutcome::kEnrolled;
   }
   if (answer.reached) KioskLog("check-in: HTTP %ld treated as unreachable", answer.status);
@@ -128,10 +128,11 @@ KioskCheckInOutcome KioskDaemon::tokenUnknown() {
   return KioskCheckInOutcome::kUnreachable;
 }
 
-void KioskDaemon::enrolled(const Json& answer) {
+void KioskDaemon::enrolled(const Json& answer, const std::string& token) {
   if (_state.erase("tokenUnknownSince") != 0) save();
   syncSignIn(answer);
   syncTerminalName(answer);
+  syncBranding(answer, token);
   syncPolicies(answer);
   syncExitPassword(answer);
   enforce();

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "account/KioskRun.h"
+#include "account/KioskRestart.h"
 #include "core/KioskDaemon.h"
 #include "core/KioskJson.h"
 #include "core/KioskLimits.h"
@@ -18,7 +18,6 @@ namespace {
 
 constexpr char kPairPath[] = "/api/kiosk/pair";
 constexpr char kPollPath[] = "/api/kiosk/pair/";
-constexpr char kShutdown[] = "/sbin/shutdown";
 constexpr std::string_view kCodeCharacters = "ABCDEFGHJKLMNPQRSTUVWXYZ23456789";
 constexpr std::size_t kCodeLength = 8;
 constexpr int kDefaultExpirySeconds = 900;
@@ -162,8 +161,5 @@ void KioskDaemon::restartNow(const std::string& reason) {
   if (_restartAtNs == 0) return;
   _restartAtNs = 0;  // first, so that the restart is attempted once
   KioskLog("restarting into kiosk mode (%@)", reason);
-  std::string output;
-  if (KioskRun(kShutdown, {"-r", "now"}, &output) != 0) {
-    KioskLogError("shutdown -r refused: %@", output);
-  }
+  KioskRestart();
 }
