@@ -1,62 +1,19 @@
 #include "simulator/portal/CommandLine.h"
 
-#include <CLI/CLI.hpp>
-#include <functional>
-#include <map>
-#include <optional>
-#include <string>
-#include <vector>
-
-#include "simulator/portal/Commands.h"
+#include "simulator/portal/CommandLineParser.h"
 #include "simulator/portal/JsonText.h"
-#include "simulator/portal/Serve.h"
 
 namespace portal {
 namespace {
 
-/// Everything that the command line can say.
-struct Arguments {
-  std::string dir;
-  bool json = false;
-  ServeOptions serve;
-  std::string terminal;
-  std::string code;
-  std::optional<std::string> text;
-  std::optional<std::string> microsoft;
-  std::optional<std::string> email;
-  std::optional<std::vector<std::string>> hosts;
-  bool noHosts = false;
-  std::optional<std::string> policy;
-  std::optional<std::string> source;
-  bool raw = false;
-  bool none = false;
-  std::string mode;
-  std::optional<std::string> path;
-  std::optional<int> times;
-  std::optional<int> delayMs;
-  std::optional<int> status;
-  std::optional<std::string> body;
-};
+constexpr char kMisbehaveHelp[] =
+    "slow: answers come late. cut: an answer ends after half of its body. empty: it has no body.\n"
+    "corrupt: a byte in the middle of its body is another. All of these serve the request first.\n"
+    "garbage: 200 and bytes that are not JSON. html500: 500 and a page. status: a status and body\n"
+    "as given. None of these serves the request.\n"
+    "wrongCertificate: connections see that of another authority. refuse: there are none.";
 
-constexpr char kPowerHelp[] =
-    "JSON: {\"screenOffMinutes\": 0 to 240, \"sleepMinutes\": 0 to 240, \"schedule\": "
-    "{\"enabled\":\n"
-    "true or false, \"sleepAt\": \"HH:MM\", \"wakeAt\": \"HH:MM\", \"days\": [0 (Sunday) to 6, at "
-    "most\n"
-    "seven]}}. Both minutes are needed; the rest is, when absent or null, disabled, 22:00, 07:00 "
-    "and\n"
-    "Monday to Friday. An enabled schedule needs a day, and sleepAt and wakeAt must differ. Other\n"
-    "keys are ignored by terminals.\n"
-    "A source is heeded only together with a policy; without one it is \"default\".";
-
-constexpr char kUpdatesHelp[] =
-    "JSON: {\"automatic\": true or false, \"window\": {\"start\": \"HH:MM\", \"end\": \"HH:MM\",\n"
-    "\"days\": [0 (Sunday) to 6, one to seven of them]}}. When absent or null, automatic is false, "
-    "the\n"
-    "window is 02:00 to 05:00 and the days are all seven; a window needs start and end. Other "
-    "keys\n"
-    "are ignored by terminals.\n"
-    "A source is heeded only together with a policy; without one it is \"default\".";
+}  // namespace
 
 std::string CheckJson(const std::string& text) {
   return ParseJson(text) ? "" : "not JSON: " + text;
@@ -67,34 +24,7 @@ std::optional<bool> Switch(const std::optional<std::string>& word) {
   return *word == "on";
 }
 
-/// The program's commands, wired to what they do.
-class CommandLine {
- public:
-  CommandLine();
-  int run(int argc, char** argv);
-
- private:
-  using Action = std::function<int(const Commands&)>;
-
-  CLI::App* add(const std::string& name, const std::string& what, Action action);
-  CLI::App* addForTerminal(const std::string& name, const std::string& what, Action action);
-  void addServe();
-  void addCodes();
-  void addTerminals();
-  void addExitPassword();
-  void addSignIn();
-  void addPolicy(const std::string& kind, const std::string& what, const std::string& help);
-  void addMisbehave();
-  int setPolicy(const Commands& commands, const std::string& kind) const;
-  Json misbehaviour() const;
-
-  CLI::App _app{
-      "The reference portal that kiosk terminals talk to, and its administrator's commands"};
-  Arguments _given;
-  Action _action;
-};
-
-CommandLine::CommandLine() {
+CommandLineParser::CommandLineParser() {
   _app.add_option("--dir", _given.dir, "The portal's folder")->required();
   _app.add_flag("--json", _given.json, "Print JSON, for programs");
   _app.require_subcommand(1);
@@ -112,12 +42,14 @@ CommandLine::CommandLine() {
   addCodes();
   addTerminals();
   addSignIn();
-  addPolicy("power", "Set a terminal's power policy, or send none", kPowerHelp);
-  addPolicy("updates", "Set a terminal's update policy, or send none", kUpdatesHelp);
+  addPower();
+  addUpdates();
+  addBranding();
+  addPhoto();
   addMisbehave();
 }
 
-int CommandLine::run(int argc, char** argv) {
+int CommandLineParser::run(int argc, char** argv) {
   try {
     _app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -127,20 +59,28 @@ int CommandLine::run(int argc, char** argv) {
   return _action(Commands(_given.dir, _given.json));
 }
 
-CLI::App* CommandLine::add(const std::string& name, const std::string& what, Action action) {
-  CLI::App* const command = _app.add_subcommand(name, what);
-  command->callback([this, action = std::move(action)] { _action = action; });
-  return command;
+CLI::App* CommandLineParser::add(const std::string& name, const std::string& what, Action action) {
+  return nest(&_app, name, what, std::move(action));
 }
 
-CLI::App* CommandLine::addForTerminal(const std::string& name, const std::string& what,
-                                      Action action) {
-  CLI::App* const command = add(name, what, std::move(action));
+CLI::App* CommandLineParser::nest(CLI::App* command, const std::string& name,
+                                  const std::string& what, Action action) {
+  CLI::App* const nested = command->add_subcommand(name, what);
+  nested->callback([this, action = std::move(action)] { _action = action; });
+  return nested;
+}
+
+CLI::App* CommandLineParser::addForTerminal(const std::string& name, const std::string& what,
+                                            Action action) {
+  return takeTerminal(add(name, what, std::move(action)));
+}
+
+CLI::App* CommandLineParser::takeTerminal(CLI::App* command) {
   command->add_option("ID", _given.terminal, "The terminal")->required();
   return command;
 }
 
-void CommandLine::addServe() {
+void CommandLineParser::addServe() {
   CLI::App* const serve = add("serve", "Serve until SIGTERM or SIGINT",
                               [this](const Commands&) { return Serve(_given.serve); });
   const CLI::Range port(0, 65535);
@@ -153,7 +93,7 @@ void CommandLine::addServe() {
       "file becomes its owner's alone");
 }
 
-void CommandLine::addCodes() {
+void CommandLineParser::addCodes() {
   add("codes", "List the pairing codes", [](const Commands& commands) { return commands.codes(); });
   CLI::App* const claim = add(
       "claim",
@@ -168,7 +108,7 @@ void CommandLine::addCodes() {
   expire->add_option("CODE", _given.code, "The code")->required();
 }
 
-void CommandLine::addTerminals() {
+void CommandLineParser::addTerminals() {
   add("terminals", "List the terminals",
       [](const Commands& commands) { return commands.terminals(); });
   addForTerminal("show", "Show a terminal",
@@ -186,7 +126,7 @@ void CommandLine::addTerminals() {
   addExitPassword();
 }
 
-void CommandLine::addExitPassword() {
+void CommandLineParser::addExitPassword() {
   addForTerminal(
       "exit-password",
       "Set the maintenance password, which leaves kiosk mode; it is read from standard input, "
@@ -199,7 +139,7 @@ void CommandLine::addExitPassword() {
       });
 }
 
-void CommandLine::addSignIn() {
+void CommandLineParser::addSignIn() {
   CLI::App* const command = addForTerminal(
       "sign-in", "Change a terminal's sign-in options", [this](const Commands& commands) {
         if (_given.noHosts) _given.hosts.emplace();
@@ -217,36 +157,7 @@ void CommandLine::addSignIn() {
   command->add_flag("--no-hosts", _given.noHosts, "Remove the further hosts")->excludes(hosts);
 }
 
-void CommandLine::addPolicy(const std::string& kind, const std::string& what,
-                            const std::string& help) {
-  CLI::App* const command = addForTerminal(
-      kind, what, [this, kind](const Commands& commands) { return setPolicy(commands, kind); });
-  CLI::Option* const policy =
-      command->add_option("JSON", _given.policy, "The policy")->check(CheckJson);
-  CLI::Option* const source = command->add_option("--source", _given.source,
-                                                  "Where it comes from: device, tenant or default");
-  command->add_flag("--raw", _given.raw, "Let invalid values pass");
-  command
-      ->add_flag("--none", _given.none,
-                 "Send the policy and its source no more; the terminal keeps those it has")
-      ->excludes(policy)
-      ->excludes(source);
-  command->parse_complete_callback([this] {
-    if (!_given.policy && !_given.source && !_given.none)
-      throw CLI::RequiredError("JSON, --source or --none");
-  });
-  command->footer(help + "\n" + _app.get_footer());
-}
-
-int CommandLine::setPolicy(const Commands& commands, const std::string& kind) const {
-  Json change = Json::object();
-  if (_given.none) change = {{kind, nullptr}, {kind + "Source", nullptr}};
-  if (_given.policy) change[kind] = *ParseJson(*_given.policy);
-  if (_given.source) change[kind + "Source"] = *_given.source;
-  return commands.change(_given.terminal, change, _given.raw);
-}
-
-void CommandLine::addMisbehave() {
+void CommandLineParser::addMisbehave() {
   CLI::App* const command =
       add("misbehave", "Let the portal do something wrong, or show what it does wrong",
           [this](const Commands& commands) {
@@ -254,15 +165,18 @@ void CommandLine::addMisbehave() {
                                        : commands.misbehave(misbehaviour());
           });
   command->add_option("MODE", _given.mode,
-                      "none, slow, cut, garbage, html500, status, wrongCertificate or refuse");
-  command->add_option("--path", _given.path, "Only requests whose path begins so");
+                      "none, slow, cut, empty, corrupt, garbage, html500, status, wrongCertificate "
+                      "or refuse");
+  command->add_option("--path", _given.path,
+                      "Only requests whose path begins so, such as /api/kiosk/branding/photos/");
   command->add_option("--times", _given.times, "Only so many requests or connections");
   command->add_option("--delay-ms", _given.delayMs, "slow: how late answers are");
   command->add_option("--status", _given.status, "status: the status of answers");
   command->add_option("--body", _given.body, "status: the JSON body of answers")->check(CheckJson);
+  command->footer(kMisbehaveHelp);
 }
 
-Json CommandLine::misbehaviour() const {
+Json CommandLineParser::misbehaviour() const {
   Json settings = {{"mode", _given.mode}};
   if (_given.path) settings["path"] = *_given.path;
   if (_given.times) settings["times"] = *_given.times;
@@ -272,8 +186,6 @@ Json CommandLine::misbehaviour() const {
   return settings;
 }
 
-}  // namespace
-
-int RunCommandLine(int argc, char** argv) { return CommandLine().run(argc, argv); }
+int RunCommandLine(int argc, char** argv) { return CommandLineParser().run(argc, argv); }
 
 }  // namespace portal

@@ -1,23 +1,16 @@
 #include "simulator/portal/Commands.h"
 
 #include <algorithm>
-#include <cctype>
-#include <iomanip>
 #include <iostream>
+#include <map>
 
+#include "simulator/portal/AdminPaths.h"
 #include "simulator/portal/JsonText.h"
 #include "simulator/portal/PasswordInput.h"
-#include "simulator/portal/Printable.h"
+#include "simulator/portal/Printing.h"
 
 namespace portal {
 namespace {
-
-/// "-" for what is not there, in whatever kind of answer.
-std::string Cell(const Json& record, const char* key) {
-  if (!record.is_object() || !record.contains(key) || record[key].is_null()) return "-";
-  const Json& value = record[key];
-  return Printable(value.is_string() ? value.get<std::string>() : JsonText(value));
-}
 
 bool IsObject(const Json& value) { return value.is_object(); }
 
@@ -34,74 +27,40 @@ bool IsListOf(const Json& value, const char* key, Shape shape) {
 
 bool AreTerminals(const Json& value) { return IsListOf(value, "terminals", HasIdAndName); }
 
+/// As much of a photo's record as is relied on here.
+bool HasDigest(const Json& value) {
+  return value.is_object() && value.contains("sha256") && value["sha256"].is_string();
+}
+
+bool ArePhotoRecords(const Json& value) { return IsListOf(value, "photos", HasDigest); }
+
 bool AreCodes(const Json& value) { return IsListOf(value, "codes", IsObject); }
-
-void PrintTerminals(const Json& body) {
-  std::cout << std::left << std::setw(18) << "ID" << std::setw(10) << "STATUS" << std::setw(22)
-            << "LAST CHECK-IN" << std::setw(14) << "VERSION"
-            << "NAME\n";
-  for (const Json& terminal : body["terminals"]) {
-    std::cout << std::setw(18) << Cell(terminal, "id") << std::setw(10) << Cell(terminal, "status")
-              << std::setw(22) << Cell(terminal, "lastCheckInAt") << std::setw(14)
-              << Cell(terminal, "appVersion") << Cell(terminal, "name") << "\n";
-  }
-}
-
-void PrintCodes(const Json& body) {
-  std::cout << std::left << std::setw(10) << "CODE" << std::setw(11) << "STATUS" << std::setw(22)
-            << "EXPIRES"
-            << "HOST\n";
-  for (const Json& code : body["codes"])
-    std::cout << std::setw(10) << Cell(code, "code") << std::setw(11) << Cell(code, "status")
-              << std::setw(22) << Cell(code, "expiresAt") << Cell(code, "hostname") << "\n";
-}
-
-void PrintRecord(const Json& body) {
-  for (const auto& [key, value] : body.items())
-    std::cout << std::left << std::setw(16) << Printable(key) << Cell(body, key.c_str()) << "\n";
-}
-
-void PrintClaimed(const Json& body) {
-  std::cout << "claimed: terminal " << Cell(body, "id") << ", \"" << Cell(body, "name") << "\"\n";
-}
-
-void PrintDone(const Json&) { std::cout << "done\n"; }
-
-/// Codes are read aloud and typed: neither case nor grouping matters.
-std::string NormaliseCode(const std::string& typed) {
-  std::string code;
-  for (const char c : typed)
-    if (c != '-' && c != ' ')
-      code += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-  return code;
-}
-
-/// A path segment that may hold anything the user typed.
-std::string Encode(const std::string& segment) {
-  static constexpr char kDigits[] = "0123456789ABCDEF";
-  std::string encoded;
-  for (const char c : segment) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (std::isalnum(byte) != 0)
-      encoded += c;
-    else
-      encoded.append({'%', kDigits[byte >> 4U], kDigits[byte & 15U]});
-  }
-  return encoded;
-}
-
-std::string TerminalPath(const Json& terminal) {
-  return "/api/admin/terminals/" + Encode(terminal["id"].get<std::string>());
-}
-
-std::string CodePath(const std::string& code, const char* action) {
-  return "/api/admin/codes/" + Encode(NormaliseCode(code)) + "/" + action;
-}
 
 /// @param text not empty, or it would begin every id
 bool Means(const std::string& text, const Json& terminal) {
   return text == "-" || terminal["name"] == text ||
          terminal["id"].get_ref<const std::string&>().starts_with(text);
+}
+
+/// What a refusal means to whoever typed the command; other errors speak for themselves.
+const std::map<std::string, std::string, std::less<>>& Explanations() {
+  static const std::map<std::string, std::string, std::less<>> kExplanations = {
+      {"bad_request",
+       "the portal does not take such values; the command's --help says what it takes"},
+      {"no_branding", "the terminal has no branding yet; give it a display name first"},
+      {"too_many_photos", "the terminal's branding has as many photos as it may have"},
+      {"unknown_format",
+       "neither a JPEG nor a PNG whose header tells its size; give --content-type, --width and "
+       "--height"},
+      {"storage", "the portal could not write its files"}};
+  return kExplanations;
+}
+
+std::string Explain(const PortalAnswer& answer) {
+  const std::string error = Cell(answer.body, "error");
+  const auto explanation = Explanations().find(error);
+  return (explanation != Explanations().end() ? explanation->second : error) + " (HTTP " +
+         std::to_string(answer.status) + ")";
 }
 
 }  // namespace
@@ -110,6 +69,9 @@ const Commands::Kind Commands::kTerminals{AreTerminals, PrintTerminals};
 const Commands::Kind Commands::kCodes{AreCodes, PrintCodes};
 const Commands::Kind Commands::kRecord{IsObject, PrintRecord};
 const Commands::Kind Commands::kClaimed{HasIdAndName, PrintClaimed};
+const Commands::Kind Commands::kTerminal{IsObject, PrintTerminal};
+const Commands::Kind Commands::kPhotos{ArePhotoRecords, PrintPhotos};
+const Commands::Kind Commands::kAddedPhoto{HasDigest, PrintAddedPhoto};
 const Commands::Kind Commands::kDone{IsObject, PrintDone};
 
 int Commands::terminals() const { return ask("GET", "/api/admin/terminals", nullptr, kTerminals); }
@@ -119,7 +81,7 @@ int Commands::codes() const { return ask("GET", "/api/admin/codes", nullptr, kCo
 int Commands::show(const std::string& terminal) const {
   int status = kOk;
   const std::optional<Json> found = find(terminal, status);
-  return found ? report(PortalAnswer{200, *found}, kRecord) : status;
+  return found ? report(PortalAnswer{200, *found}, kTerminal) : status;
 }
 
 int Commands::claim(const std::string& code, const std::optional<std::string>& name) const {
@@ -159,6 +121,19 @@ int Commands::signIn(const std::string& terminal, const std::optional<bool>& mic
   return ask("PATCH", TerminalPath(*found), {{"signIn", options}}, kDone);
 }
 
+int Commands::updates(const std::string& terminal, const UpdatePolicyChange& policy,
+                      const std::optional<std::string>& source) const {
+  int status = kOk;
+  const std::optional<Json> found = find(terminal, status);
+  if (!found) return status;
+  const std::optional<Json> changed = ChangedUpdatePolicy(found->value("updates", Json()), policy);
+  if (!changed)
+    return fail(kRefused, "the terminal's update policy is not a valid one; set it anew, as JSON");
+  Json change = {{"updates", *changed}};
+  if (source) change["updatesSource"] = *source;
+  return ask("PATCH", TerminalPath(*found), change, kDone);
+}
+
 int Commands::revoke(const std::string& terminal) const {
   int status = kOk;
   const std::optional<Json> found = find(terminal, status);
@@ -186,9 +161,7 @@ int Commands::ask(const std::string& method, const std::string& path, const Json
 
 int Commands::report(const std::optional<PortalAnswer>& answer, const Kind& kind) const {
   if (!answer) return fail(kNotReached, "no portal answers for " + _dir.string());
-  if (!answer->success())
-    return fail(kRefused,
-                Cell(answer->body, "error") + " (HTTP " + std::to_string(answer->status) + ")");
+  if (!answer->success()) return fail(kRefused, Explain(*answer));
   if (!kind.shape(answer->body)) return fail(kRefused, "the portal's answer makes no sense");
   if (_json)
     std::cout << JsonText(answer->body) << "\n";

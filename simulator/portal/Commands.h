@@ -9,11 +9,27 @@
 #include "platform/Json.h"
 #include "simulator/portal/PortalConnection.h"
 #include "simulator/portal/Shapes.h"
+#include "simulator/portal/UpdatePolicy.h"
 
 namespace portal {
 
 /// Exit statuses of the program.
 enum ExitStatus { kOk = 0, kRefused = 1, kUsage = 2, kNotReached = 3 };
+
+/// What an administrator changes about a branding; the rest stays.
+struct BrandingChange {
+  std::optional<std::string> displayName;
+  std::optional<std::string> subtitle;
+  std::optional<std::string> tenant;  ///< empty: none
+};
+
+/// What an administrator tells about a photo; the portal reads the rest from the photo itself.
+struct PhotoDetails {
+  std::optional<std::string> contentType;
+  std::optional<int> width;
+  std::optional<int> height;
+  std::optional<std::string> credit;
+};
 
 /// Carries the administrator's commands to the portal and prints what came of them, for people or
 /// as JSON. Each method returns the process's exit status.
@@ -37,6 +53,15 @@ class Commands {
   int signIn(const std::string& terminal, const std::optional<bool>& microsoft,
              const std::optional<bool>& email,
              const std::optional<std::vector<std::string>>& hosts) const;
+  int updates(const std::string& terminal, const UpdatePolicyChange& policy,
+              const std::optional<std::string>& source) const;
+  int branding(const std::string& terminal, const BrandingChange& given) const;
+  int photos(const std::string& terminal) const;
+  /// @param file the photo
+  int addPhoto(const std::string& terminal, const std::filesystem::path& file,
+               const PhotoDetails& details) const;
+  /// @param digest the photo's, or the beginning of it
+  int removePhoto(const std::string& terminal, const std::string& digest) const;
   int revoke(const std::string& terminal) const;
   int forget(const std::string& terminal) const;
   int misbehave(const Json& settings) const;
@@ -52,6 +77,9 @@ class Commands {
   static const Kind kCodes;
   static const Kind kRecord;
   static const Kind kClaimed;
+  static const Kind kTerminal;
+  static const Kind kPhotos;
+  static const Kind kAddedPhoto;
   static const Kind kDone;
 
   /// Sends the request and prints the answer.

@@ -22,12 +22,16 @@ struct Connections::Entry {
   Connections* owner;
   int socket;
   std::size_t received;  ///< bytes since the last request was whole
+  std::size_t allowed = kMaxRequestBytes;
 };
 
 thread_local Connections::Entry* Connections::_current = nullptr;
 
 Connections::Answering::Answering(Connections& owner) : _owner(owner) {
-  if (_current != nullptr) _current->received = 0;
+  if (_current != nullptr) {
+    _current->received = 0;
+    _current->allowed = kMaxRequestBytes;
+  }
   _owner.setDeadline(Clock::time_point::max());
 }
 
@@ -55,6 +59,10 @@ void Connections::watch(SSL_CTX* context) {
   SSL_CTX_set_app_data(context, this);
   SSL_CTX_set_info_callback(context, &onState);
   SSL_CTX_set_msg_callback(context, &onRecord);
+}
+
+void Connections::allow(std::size_t bytes) {
+  if (_current != nullptr) _current->allowed = kMaxRequestBytes + bytes;
 }
 
 void Connections::drop() {
@@ -98,7 +106,7 @@ void Connections::onRecord(int written, int, int type, const void* data, std::si
   if (written != 0 || type != SSL3_RT_HEADER || length < SSL3_RT_HEADER_LENGTH || entry == nullptr)
     return;
   entry->received += RecordSize(static_cast<const unsigned char*>(data));
-  if (entry->received > kMaxRequestBytes) shutdown(entry->socket, SHUT_RDWR);
+  if (entry->received > entry->allowed) shutdown(entry->socket, SHUT_RDWR);
 }
 
 /// Runs before the socket is closed, so a number in the map never means another file.

@@ -42,6 +42,11 @@ class Connections {
   /// thread, one at a time.
   void watch(SSL_CTX* context);
 
+  /// Lets the request of this thread's connection, until it is whole, be so much larger than
+  /// others.
+  /// @param bytes beyond `kMaxRequestBytes`
+  static void allow(std::size_t bytes);
+
   /// Shuts every open connection down; whoever reads or writes one notices.
   void drop();
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "simulator/portal/Branding.h"
 #include "simulator/portal/JsonText.h"
 #include "simulator/portal/Pairing.h"
 #include "simulator/portal/Secrets.h"
@@ -33,23 +34,26 @@ Json* FindByToken(State& state, const std::string& digest) {
 /// What the administrator set, nothing else.
 HttpResponse Enrolled(const Json& terminal) {
   Json body = {{"status", "enrolled"}};
-  for (const char* key :
-       {"name", "signIn", "exitPassword", "power", "powerSource", "updates", "updatesSource"})
+  for (const char* key : {"name", "signIn", "exitPassword", "power", "powerSource", "updates",
+                          "updatesSource", "branding", "tenantId"})
     if (terminal.contains(key)) body[key] = terminal[key];
   HttpResponse response = JsonResponse(200, body);
   response.misbehaved = !IsCheckInAnswer(body);
   return response;
 }
 
-HttpResponse CheckIn(State& state, const std::string& digest, const std::optional<Json>& report) {
-  Json* const terminal = FindByToken(state, digest);
-  if (terminal == nullptr) return Refuse("unknown");
-  if ((*terminal)["status"] == "revoked") return Refuse("revoked");
+HttpResponse CheckIn(Json& terminal, const std::optional<Json>& report) {
   if (!report || !IsCheckInRequest(*report)) return ErrorResponse(400, "bad_request");
-  terminal->update(*report);
-  (*terminal)["lastCheckInAt"] = Now();
-  (*terminal)["checkIns"] = (*terminal)["checkIns"].get<std::int64_t>() + 1;
-  return Enrolled(*terminal);
+  terminal.update(*report);
+  terminal["lastCheckInAt"] = Now();
+  terminal["checkIns"] = terminal["checkIns"].get<std::int64_t>() + 1;
+  return Enrolled(terminal);
+}
+
+/// What was stored unchecked must not get into a header.
+std::string ContentTypeOf(const Json& photo) {
+  const auto type = photo.find("contentType");
+  return type != photo.end() && IsContentType(*type) ? type->get<std::string>() : "image/jpeg";
 }
 
 HttpResponse Misbehaved(int status, const char* type, std::string body) {
@@ -77,6 +81,20 @@ HttpResponse GivenStatus(const Json& settings) {
                     body == settings.end() ? "" : JsonText(*body));
 }
 
+/// Another byte in the middle: a photo keeps its header, but not its digest.
+void Corrupt(HttpResponse& response) {
+  if (!response.body.empty()) response.body[response.body.size() / 2] ^= 1;
+}
+
+/// What becomes of answers to requests that are served.
+const std::map<std::string, void (*)(HttpResponse&), std::less<>>& Spoilings() {
+  static const std::map<std::string, void (*)(HttpResponse&), std::less<>> kSpoilings = {
+      {"cut", [](HttpResponse& response) { response.cut = true; }},
+      {"empty", [](HttpResponse& response) { response.body.clear(); }},
+      {"corrupt", Corrupt}};
+  return kSpoilings;
+}
+
 /// Answers that are made up without the request being looked at.
 const std::map<std::string, HttpResponse (*)(const Json&), std::less<>>& MadeUpAnswers() {
   static const std::map<std::string, HttpResponse (*)(const Json&), std::less<>> kAnswers = {
@@ -86,18 +104,23 @@ const std::map<std::string, HttpResponse (*)(const Json&), std::less<>>& MadeUpA
 
 }  // namespace
 
-DeviceInterface::DeviceInterface(Store& store, Misbehaviour& misbehaviour)
+DeviceInterface::DeviceInterface(Store& store, const PhotoFiles& photos, Misbehaviour& misbehaviour)
     : _store(store),
+      _photos(photos),
       _misbehaviour(misbehaviour),
       _routes{
           {"POST", "/api/kiosk/pair",
-           [this](const HttpRequest& request, const std::string&) { return pair(request); }},
+           [this](const HttpRequest& request, const PathArguments&) { return pair(request); }},
           {"GET", "/api/kiosk/pair/{}",
-           [this](const HttpRequest&, const std::string& code) {
-             return _store.run([&](State& state) { return PollCode(state, code, Now()); });
+           [this](const HttpRequest&, const PathArguments& at) {
+             return _store.run([&](State& state) { return PollCode(state, at[0], Now()); });
            }},
           {"POST", "/api/kiosk/check-in",
-           [this](const HttpRequest& request, const std::string&) { return checkIn(request); }},
+           [this](const HttpRequest& request, const PathArguments&) { return checkIn(request); }},
+          {"GET", "/api/kiosk/branding/photos/{}",
+           [this](const HttpRequest& request, const PathArguments& at) {
+             return photo(request, at[0]);
+           }},
       } {}
 
 HttpResponse DeviceInterface::answer(const HttpRequest& request) {
@@ -114,7 +137,8 @@ HttpResponse DeviceInterface::misbehave(const Misbehaviour::Use& use, const Http
   const auto madeUp = MadeUpAnswers().find(mode);
   HttpResponse response =
       madeUp != MadeUpAnswers().end() ? madeUp->second(use.settings) : Dispatch(_routes, request);
-  response.cut = mode == "cut";
+  const auto spoiling = Spoilings().find(mode);
+  if (spoiling != Spoilings().end()) spoiling->second(response);
   response.misbehaved = true;
   return response;
 }
@@ -126,11 +150,33 @@ HttpResponse DeviceInterface::pair(const HttpRequest& request) {
 }
 
 HttpResponse DeviceInterface::checkIn(const HttpRequest& request) {
+  const std::optional<Json> report = ParseJson(request.body);
+  return forTerminal(request, [&](Json& terminal) { return CheckIn(terminal, report); });
+}
+
+HttpResponse DeviceInterface::photo(const HttpRequest& request, const std::string& digest) {
+  return forTerminal(request, [&](const Json& terminal) {
+    const Json* const listed = IsDigest(digest) ? FindPhoto(terminal, digest) : nullptr;
+    std::optional<std::string> bytes = listed != nullptr ? _photos.read(digest) : std::nullopt;
+    if (!bytes) return ErrorResponse(404, "not_found");
+    HttpResponse response;
+    response.headers = {{"content-type", ContentTypeOf(*listed)}, {"cache-control", "no-store"}};
+    response.body = std::move(*bytes);
+    return response;
+  });
+}
+
+/// Hands the terminal whose token the request bears to a step that answers it.
+HttpResponse DeviceInterface::forTerminal(const HttpRequest& request,
+                                          const std::function<HttpResponse(Json&)>& step) {
   // To be told that its token is unknown would cost the terminal its kiosk in the end.
   const std::optional<std::string> digest = Sha256Hex(BearerToken(request));
   if (!digest) return ErrorResponse(500, "internal");
-  const std::optional<Json> report = ParseJson(request.body);
-  return _store.run([&](State& state) { return CheckIn(state, *digest, report); });
+  return _store.run([&](State& state) {
+    Json* const terminal = FindByToken(state, *digest);
+    if (terminal == nullptr) return Refuse("unknown");
+    return (*terminal)["status"] == "revoked" ? Refuse("revoked") : step(*terminal);
+  });
 }
 
 }  // namespace portal

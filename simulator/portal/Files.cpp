@@ -61,7 +61,7 @@ std::optional<std::string> ReadFile(const std::filesystem::path& path, std::size
 }
 
 bool ReplaceFile(const std::filesystem::path& path, std::string_view content, mode_t mode) {
-  const std::filesystem::path temporary = path.string() + ".new";
+  const std::filesystem::path temporary = path.string() + kTemporarySuffix;
   if (!WriteNew(temporary, content, mode) || rename(temporary.c_str(), path.c_str()) != 0) {
     unlink(temporary.c_str());
     return false;

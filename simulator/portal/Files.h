@@ -32,6 +32,9 @@ class Descriptor {
 /// @return its content; nothing when it cannot be read or is larger
 std::optional<std::string> ReadFile(const std::filesystem::path& path, std::size_t limit);
 
+/// What follows a file's name in that of the temporary file by which it is replaced.
+inline constexpr char kTemporarySuffix[] = ".new";
+
 /// Replaces a file so that a reader, or a machine that loses power, finds the old content or the
 /// new one, never a part.
 /// @param mode permissions of the file

@@ -14,6 +14,7 @@ struct HttpRequest {
   std::string path;                            ///< decoded, without the query
   std::map<std::string, std::string> headers;  ///< names in lower case
   std::string body;
+  std::map<std::string, std::string> query{};  ///< decoded; of several of one name the first
 };
 
 /// One answer.

@@ -7,6 +7,7 @@
 #include <openssl/ssl.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <optional>
@@ -60,6 +61,7 @@ HttpRequest Convert(const httplib::Request& request) {
     const std::string lower = LowerCase(name);
     if (!kNotSent.contains(lower)) converted.headers[lower] = value;
   }
+  for (const auto& [name, value] : request.params) converted.query.emplace(name, value);
   return converted;
 }
 
@@ -89,15 +91,16 @@ void Convert(const HttpResponse& from, httplib::Response& to) {
 
 /// Reads the body; what exceeds the limit is read as well, but not kept, so that the connection
 /// stays usable. `Connections` ends one whose body has no end.
+/// @param limit how much is kept, but for the piece that exceeds it
 /// @return nothing when it did not arrive whole
 std::optional<std::string> ReadBody(const httplib::Request& request,
-                                    const httplib::ContentReader& reader) {
+                                    const httplib::ContentReader& reader, std::size_t limit) {
   std::string body;
   // The library would take a body without a length to last until the connection ends.
   if (!request.has_header("Content-Length") && !request.has_header("Transfer-Encoding"))
     return body;
   const bool whole = reader([&](const char* data, std::size_t length) {
-    if (body.size() <= kMaxBody) body.append(data, length);
+    if (body.size() <= limit) body.append(data, length);
     return true;
   });
   if (!whole) return std::nullopt;
@@ -108,7 +111,7 @@ std::optional<std::string> ReadBody(const httplib::Request& request,
 
 class HttpsServer::Impl {
  public:
-  Impl(Handler handler, Identify identify, const Patience& patience);
+  Impl(Handler handler, Identify identify, const Patience& patience, BodyLimit bodyLimit);
 
   bool reserve(int port);
   bool accept();
@@ -129,6 +132,7 @@ class HttpsServer::Impl {
 
   const Handler _handler;
   const Identify _identify;
+  const BodyLimit _bodyLimit;
   httplib::SSLServer _server;
   std::mutex _mutex;  ///< guards the members below
   Descriptor _reservation;
@@ -136,10 +140,12 @@ class HttpsServer::Impl {
   std::atomic<bool> _ended = false;  ///< the thread has nothing more to do
 };
 
-HttpsServer::Impl::Impl(Handler handler, Identify identify, const Patience& patience)
+HttpsServer::Impl::Impl(Handler handler, Identify identify, const Patience& patience,
+                        BodyLimit bodyLimit)
     : connections(patience.idle + patience.request),
       _handler(std::move(handler)),
       _identify(std::move(identify)),
+      _bodyLimit(std::move(bodyLimit)),
       _server([this](SSL_CTX& context) { return setUp(context); }) {
   configure(patience);
 }
@@ -199,9 +205,11 @@ void HttpsServer::Impl::answer(const HttpRequest& request, httplib::Response& re
 
 void HttpsServer::Impl::answerWithBody(const httplib::Request& request, httplib::Response& response,
                                        const httplib::ContentReader& reader) {
-  std::optional<std::string> body = ReadBody(request, reader);
-  if (!body) return Convert(ErrorResponse(400, "bad_request"), response);
   HttpRequest converted = Convert(request);
+  const std::size_t limit = _bodyLimit(converted);
+  Connections::allow(limit - std::min(limit, kMaxBody));
+  std::optional<std::string> body = ReadBody(request, reader, limit);
+  if (!body) return Convert(ErrorResponse(400, "bad_request"), response);
   converted.body = std::move(*body);
   answer(converted, response);
 }
@@ -257,8 +265,10 @@ void HttpsServer::Impl::refuse() {
   join();
 }
 
-HttpsServer::HttpsServer(Handler handler, Identify identify, const Patience& patience)
-    : _impl(std::make_unique<Impl>(std::move(handler), std::move(identify), patience)) {}
+HttpsServer::HttpsServer(Handler handler, Identify identify, const Patience& patience,
+                         BodyLimit bodyLimit)
+    : _impl(std::make_unique<Impl>(std::move(handler), std::move(identify), patience,
+                                   std::move(bodyLimit))) {}
 
 HttpsServer::~HttpsServer() { refuse(); }
 

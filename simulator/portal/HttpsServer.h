@@ -26,8 +26,13 @@ class HttpsServer {
   using Handler = std::function<HttpResponse(const HttpRequest&)>;
   /// Chooses what a new connection is shown; called on many threads at a time.
   using Identify = std::function<Identity()>;
+  /// The most bytes that the body of a request may have, by its head; called on many threads at a
+  /// time. Of a larger body the handler is given more than that, but not all.
+  using BodyLimit = std::function<std::size_t(const HttpRequest& head)>;
 
-  HttpsServer(Handler handler, Identify identify, const Patience& patience = {});
+  HttpsServer(
+      Handler handler, Identify identify, const Patience& patience = {},
+      BodyLimit bodyLimit = [](const HttpRequest&) { return kMaxBody; });
   ~HttpsServer();
   HttpsServer(const HttpsServer&) = delete;
   HttpsServer& operator=(const HttpsServer&) = delete;

@@ -8,8 +8,11 @@ namespace portal {
 
 /// Bytes of a request body.
 inline constexpr std::size_t kMaxBody = std::size_t{64} << 10;
+/// Bytes of a photo: the body of an administrator's upload and of the answer that hands it on,
+/// which terminals take no more than 16 MiB of.
+inline constexpr std::size_t kMaxPhoto = std::size_t{15} << 20;
 /// Bytes of a whole request as they come over the wire, handshake, head and what a body has too
-/// much included; whoever sends more is cut off.
+/// much included, beside a body that may be larger than `kMaxBody`; whoever sends more is cut off.
 inline constexpr std::size_t kMaxRequestBytes = std::size_t{1} << 20;
 /// Nesting levels of the JSON body of a request.
 inline constexpr std::size_t kMaxJsonDepth = 64;
@@ -44,6 +47,18 @@ inline constexpr std::size_t kMaxExitPassword = 256;
 inline constexpr std::size_t kMaxSignInHost = 253;
 /// Host names of the sign-in options.
 inline constexpr std::size_t kMaxSignInHosts = 10;
+/// Characters of a branding's display name.
+inline constexpr std::size_t kMaxDisplayName = 120;
+/// Characters of a branding's subtitle.
+inline constexpr std::size_t kMaxSubtitle = 240;
+/// Characters of a tenant's id.
+inline constexpr std::size_t kMaxTenantId = 128;
+/// Photos of a terminal's branding.
+inline constexpr std::size_t kMaxPhotos = 32;
+/// Characters of a photo's content type.
+inline constexpr std::size_t kMaxContentType = 64;
+/// Characters of a photo's credit.
+inline constexpr std::size_t kMaxCredit = 240;
 /// Bytes of the portal's own file; a change that would need more is refused.
 inline constexpr std::size_t kMaxStoredBytes = std::size_t{256} << 20;
 /// Milliseconds that a misbehaving portal may delay its answer.

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "platform/Json.h"
+#include "simulator/portal/Http.h"
 
 namespace portal {
 
@@ -25,5 +26,9 @@ struct PortalAnswer {
 /// @return nothing when the portal was not reached
 std::optional<PortalAnswer> AskPortal(const std::filesystem::path& dir, const std::string& method,
                                       const std::string& path, const Json& body = nullptr);
+
+/// As above, with a body of any kind.
+/// @param request the request but for its authorization
+std::optional<PortalAnswer> AskPortal(const std::filesystem::path& dir, HttpRequest request);
 
 }  // namespace portal

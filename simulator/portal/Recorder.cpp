@@ -54,10 +54,15 @@ Json Headers(std::map<std::string, std::string> headers) {
   return headers;
 }
 
-/// JSON where it is, null for no body. Other text is only mentioned: nobody knows what is in it.
-Json Body(const std::string& text) {
+bool IsPicture(const std::map<std::string, std::string>& headers) {
+  const auto type = headers.find("content-type");
+  return type != headers.end() && LowerCase(type->second).starts_with("image/");
+}
+
+/// JSON where it is, null for no body. Anything else is only mentioned: nobody knows what is in it.
+Json Body(const std::map<std::string, std::string>& headers, const std::string& text) {
   if (text.empty()) return nullptr;
-  std::optional<Json> parsed = ParseJson(text, kMaxAnswerDepth);
+  std::optional<Json> parsed = IsPicture(headers) ? std::nullopt : ParseJson(text, kMaxAnswerDepth);
   if (!parsed) return std::to_string(text.size()) + " bytes that are not JSON";
   Redact(*parsed);
   return *parsed;
@@ -82,10 +87,11 @@ void Recorder::write(const HttpRequest& request, const HttpResponse& response) {
   Json line = {{"method", request.method},
                {"path", request.path},
                {"requestHeaders", Headers(request.headers)},
-               {"requestBody", Body(request.body)},
+               {"requestBody", Body(request.headers, request.body)},
                {"status", response.status},
                {"responseHeaders", Headers(response.headers)},
-               {"responseBody", Body(response.body)}};
+               {"responseBody", Body(response.headers, response.body)}};
+  if (!request.query.empty()) line["query"] = request.query;
   if (response.misbehaved) line["misbehaviour"] = true;
   const std::lock_guard lock(_mutex);
   if (!WriteAll(_file.get(), JsonText(line) + "\n")) std::perror("portal: cannot write the record");

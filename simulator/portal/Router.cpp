@@ -1,32 +1,39 @@
 #include "simulator/portal/Router.h"
 
-#include <optional>
-#include <string_view>
+#include <algorithm>
 
 namespace portal {
 namespace {
 
-/// The argument of a path that matches the pattern, empty when the pattern takes none.
-std::optional<std::string> Match(const std::string& pattern, const std::string& path) {
-  const std::size_t hole = pattern.find("{}");
-  if (hole == pattern.npos) return path == pattern ? std::optional<std::string>("") : std::nullopt;
-  const std::string_view before = std::string_view{pattern}.substr(0, hole);
-  const std::string_view after = std::string_view{pattern}.substr(hole + 2);
-  if (path.size() <= before.size() + after.size()) return std::nullopt;
-  if (!path.starts_with(before) || !path.ends_with(after)) return std::nullopt;
-  std::string argument = path.substr(hole, path.size() - before.size() - after.size());
-  if (argument.find('/') != argument.npos) return std::nullopt;
-  return argument;
+std::string_view NextSegment(std::string_view& path) {
+  const std::size_t slash = path.find('/');
+  const std::string_view segment = path.substr(0, slash);
+  path.remove_prefix(slash == path.npos ? path.size() : slash + 1);
+  return segment;
 }
 
 }  // namespace
 
+std::optional<PathArguments> MatchPath(std::string_view pattern, std::string_view path) {
+  if (std::count(pattern.begin(), pattern.end(), '/') != std::count(path.begin(), path.end(), '/'))
+    return std::nullopt;
+  PathArguments arguments;
+  while (!pattern.empty()) {
+    const std::string_view expected = NextSegment(pattern);
+    const std::string_view segment = NextSegment(path);
+    const bool argument = expected == "{}" && !segment.empty();
+    if (!argument && segment != expected) return std::nullopt;
+    if (argument) arguments.emplace_back(segment);
+  }
+  return path.empty() ? std::optional(arguments) : std::nullopt;
+}
+
 HttpResponse Dispatch(const std::vector<Route>& routes, const HttpRequest& request) {
   std::string allowed;
   for (const Route& route : routes) {
-    const std::optional<std::string> argument = Match(route.path, request.path);
-    if (!argument) continue;
-    if (route.method == request.method) return route.handler(request, *argument);
+    const std::optional<PathArguments> arguments = MatchPath(route.path, request.path);
+    if (!arguments) continue;
+    if (route.method == request.method) return route.handler(request, *arguments);
     allowed += (allowed.empty() ? "" : ", ") + route.method;
   }
   if (allowed.empty()) return ErrorResponse(404, "not_found");

@@ -14,12 +14,14 @@
 #include <utility>
 
 #include "simulator/portal/AdminInterface.h"
+#include "simulator/portal/Branding.h"
 #include "simulator/portal/Certificates.h"
 #include "simulator/portal/DeviceInterface.h"
 #include "simulator/portal/Files.h"
 #include "simulator/portal/HttpsServer.h"
 #include "simulator/portal/Limits.h"
 #include "simulator/portal/Misbehaviour.h"
+#include "simulator/portal/PhotoFiles.h"
 #include "simulator/portal/Recorder.h"
 #include "simulator/portal/Secrets.h"
 #include "simulator/portal/Store.h"
@@ -47,7 +49,8 @@ std::optional<Identities> MakeIdentities(const std::filesystem::path& dir, std::
 /// Both interfaces and what they share.
 class Portal {
  public:
-  Portal(std::unique_ptr<Store> store, Identities identities, std::string adminToken);
+  Portal(std::unique_ptr<Store> store, PhotoFiles photos, Identities identities,
+         std::string adminToken);
 
   /// @return false, and why in `problem`
   bool start(const ServeOptions& options, std::string& problem);
@@ -66,6 +69,7 @@ class Portal {
   HttpsServer::Handler recorded(Interface& interface);
 
   const std::unique_ptr<Store> _store;
+  const PhotoFiles _photos;
   const Identities _identities;
   Misbehaviour _misbehaviour;
   Recorder _recorder;
@@ -76,23 +80,27 @@ class Portal {
   HttpsServer _adminServer;
 };
 
-Portal::Portal(std::unique_ptr<Store> store, Identities identities, std::string adminToken)
+Portal::Portal(std::unique_ptr<Store> store, PhotoFiles photos, Identities identities,
+               std::string adminToken)
     : _store(std::move(store)),
+      _photos(std::move(photos)),
       _identities(std::move(identities)),
-      _device(*_store, _misbehaviour),
-      _admin(*_store, _misbehaviour, std::move(adminToken),
+      _device(*_store, _photos, _misbehaviour),
+      _admin(*_store, _photos, _misbehaviour, std::move(adminToken),
              [this](const Json& settings) { return apply(settings); }),
       _deviceServer(recorded(_device),
                     [this] {
                       return _misbehaviour.takeForConnection() ? _identities.wrong
                                                                : _identities.right;
                     }),
-      _adminServer(recorded(_admin), [this] { return _identities.right; }) {}
+      _adminServer(
+          recorded(_admin), [this] { return _identities.right; }, {},
+          [this](const HttpRequest& head) { return _admin.bodyLimit(head); }) {}
 
 template <class Interface>
 HttpsServer::Handler Portal::recorded(Interface& interface) {
   return [this, &interface](HttpRequest request) {
-    const bool tooLarge = request.body.size() > kMaxBody;
+    const bool tooLarge = request.body.size() > interface.bodyLimit(request);
     if (tooLarge) request.body.clear();  // the record has no use for it
     HttpResponse response = tooLarge ? ErrorResponse(413, "too_large") : interface.answer(request);
     _recorder.write(request, response);
@@ -192,7 +200,9 @@ int Serve(const ServeOptions& options) {
   if (!identities) return Fail(problem);
   const std::optional<std::string> adminToken = RandomHex(32);
   if (!adminToken) return Fail("the system gives no random bytes");
-  Portal portal(std::move(store), std::move(*identities), *adminToken);
+  PhotoFiles photos(options.dir / "photos");
+  RemoveUnlistedPhotos(*store, photos);  // a portal that was killed may have left some
+  Portal portal(std::move(store), std::move(photos), std::move(*identities), *adminToken);
   if (!portal.start(options, problem)) return Fail(problem);
   return Run(portal, options.dir, *adminToken, ending);
 }

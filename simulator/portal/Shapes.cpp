@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <limits>
 #include <map>
 #include <string>
 #include <string_view>
@@ -66,24 +68,18 @@ bool IsObject(const Json& value) { return value.is_object(); }
 
 bool IsMacOs(const Json& value) { return value == "macOS"; }
 
-bool IsClock(const Json& value) {
-  if (!value.is_string()) return false;
-  const std::string& text = value.get_ref<const std::string&>();
-  const auto digit = [&](std::size_t i, char most) { return text[i] >= '0' && text[i] <= most; };
-  return text.size() == 5 && digit(0, '2') && digit(1, text[0] == '2' ? '3' : '9') &&
-         text[2] == ':' && digit(3, '5') && digit(4, '9');
-}
-
 bool IsDays(const Json& value) {
   return value.is_array() && value.size() <= 7 &&
          std::all_of(value.begin(), value.end(), IsInteger<0, 6>);
 }
 
+/// Lower case only.
+bool IsAlphanumeric(char c) { return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9'); }
+
 bool IsLabel(std::string_view label) {
-  const auto alphanumeric = [](char c) { return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9'); };
-  return !label.empty() && label.size() <= 63 && alphanumeric(label.front()) &&
-         alphanumeric(label.back()) && std::all_of(label.begin(), label.end(), [&](char c) {
-           return alphanumeric(c) || c == '-';
+  return !label.empty() && label.size() <= 63 && IsAlphanumeric(label.front()) &&
+         IsAlphanumeric(label.back()) && std::all_of(label.begin(), label.end(), [](char c) {
+           return IsAlphanumeric(c) || c == '-';
          });
 }
 
@@ -165,6 +161,18 @@ bool IsWindow(const Json& value) {
          (days.is_null() || (IsPolicyDays(days) && !days.empty()));
 }
 
+/// A token of a media type, as far as such types have ever been registered.
+bool IsSubtype(std::string_view text) {
+  return !text.empty() && IsAlphanumeric(text.front()) &&
+         std::all_of(text.begin(), text.end(),
+                     [](char c) { return IsAlphanumeric(c) || c == '.' || c == '+' || c == '-'; });
+}
+
+bool ArePhotos(const Json& value) {
+  return value.is_array() && value.size() <= kMaxPhotos &&
+         std::all_of(value.begin(), value.end(), IsPhoto);
+}
+
 bool IsEnrolled(const Json& value) { return value == "enrolled"; }
 
 bool IsMode(const Json& value) { return value.is_string(); }
@@ -186,6 +194,8 @@ const std::map<std::string, std::vector<Field>, std::less<>>& Modes() {
       {"cut", {kMode, kPath, kTimes}},
       {"garbage", {kMode, kPath, kTimes}},
       {"html500", {kMode, kPath, kTimes}},
+      {"empty", {kMode, kPath, kTimes}},
+      {"corrupt", {kMode, kPath, kTimes}},
       {"slow", {kMode, kPath, kTimes, {"delayMs", IsInteger<0, kMaxDelayMs>}}},
       {"status",
        {kMode,
@@ -225,7 +235,9 @@ bool IsCheckInAnswer(const Json& value) {
                             {"power", IsPowerPolicy, Presence::kOptional},
                             {"powerSource", IsSource, Presence::kOptional},
                             {"updates", IsUpdatesPolicy, Presence::kOptional},
-                            {"updatesSource", IsSource, Presence::kOptional}});
+                            {"updatesSource", IsSource, Presence::kOptional},
+                            {"branding", IsBranding, Presence::kOptional},
+                            {"tenantId", IsTenantId, Presence::kOptional}});
 }
 
 bool IsName(const Json& value) { return IsText<1, kMaxName>(value); }
@@ -251,6 +263,50 @@ bool IsUpdatesPolicy(const Json& value) {
 bool IsSource(const Json& value) {
   return value == "device" || value == "tenant" || value == "default";
 }
+
+bool IsClock(const Json& value) {
+  if (!value.is_string()) return false;
+  const std::string& text = value.get_ref<const std::string&>();
+  const auto digit = [&](std::size_t i, char most) { return text[i] >= '0' && text[i] <= most; };
+  return text.size() == 5 && digit(0, '2') && digit(1, text[0] == '2' ? '3' : '9') &&
+         text[2] == ':' && digit(3, '5') && digit(4, '9');
+}
+
+bool IsBrandingChange(const Json& value) {
+  return IsObjectOf(value, {{"displayName", IsText<1, kMaxDisplayName>},
+                            {"signInSubtitle", IsText<0, kMaxSubtitle>, Presence::kOptional}});
+}
+
+bool IsBranding(const Json& value) {
+  return IsObjectOf(value, {{"displayName", IsText<1, kMaxDisplayName>},
+                            {"signInSubtitle", IsText<0, kMaxSubtitle>},
+                            {"photos", ArePhotos}});
+}
+
+bool IsPhoto(const Json& value) {
+  constexpr int kMost = std::numeric_limits<std::int32_t>::max();
+  return IsObjectOf(value, {{"sha256", IsDigest},
+                            {"contentType", IsContentType},
+                            {"width", IsInteger<1, kMost>},
+                            {"height", IsInteger<1, kMost>},
+                            {"credit", IsText<0, kMaxCredit>}});
+}
+
+bool IsDigest(const Json& value) {
+  if (!value.is_string()) return false;
+  const std::string& text = value.get_ref<const std::string&>();
+  return text.size() == 64 && text.find_first_not_of("0123456789abcdef") == text.npos;
+}
+
+bool IsContentType(const Json& value) {
+  static constexpr std::string_view kKind = "image/";
+  if (!value.is_string()) return false;
+  const std::string_view text = value.get_ref<const std::string&>();
+  return text.size() <= kMaxContentType && text.starts_with(kKind) &&
+         IsSubtype(text.substr(kKind.size()));
+}
+
+bool IsTenantId(const Json& value) { return IsText<1, kMaxTenantId>(value); }
 
 bool IsMisbehaviour(const Json& value) {
   if (!value.is_object() || !value.contains("mode") || !value["mode"].is_string()) return false;

@@ -39,6 +39,27 @@ bool IsUpdatesPolicy(const Json& value);
 /// Where a policy comes from: "device", "tenant" or "default".
 bool IsSource(const Json& value);
 
+/// A local time of day, "HH:MM".
+bool IsClock(const Json& value);
+
+/// A branding's texts as an administrator sets them: {"displayName", "signInSubtitle"?}.
+bool IsBrandingChange(const Json& value);
+
+/// A branding as terminals are sent it: {"displayName", "signInSubtitle", "photos"}.
+bool IsBranding(const Json& value);
+
+/// A photo of a branding: {"sha256", "contentType", "width", "height", "credit"}.
+bool IsPhoto(const Json& value);
+
+/// A SHA-256 as 64 lower-case hexadecimal digits.
+bool IsDigest(const Json& value);
+
+/// A content type of pictures, such as "image/jpeg", in lower case.
+bool IsContentType(const Json& value);
+
+/// A tenant's id: one character at least.
+bool IsTenantId(const Json& value);
+
 /// What the portal may be told to do wrong; see `Misbehaviour`.
 bool IsMisbehaviour(const Json& value);
 

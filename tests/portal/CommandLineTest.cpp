@@ -182,10 +182,15 @@ TEST_F(CommandLine, EndsWithThreeWhenThePortalDoesNotRun) {
 }
 
 TEST_F(CommandLine, ExplainsEveryCommand) {
-  for (const char* name :
-       {"serve", "terminals", "codes", "show", "claim", "expire", "rename", "sign-in",
-        "exit-password", "power", "updates", "revoke", "forget", "misbehave"}) {
+  for (const char* name : {"serve", "terminals", "codes", "show", "claim", "expire", "rename",
+                           "sign-in", "exit-password", "power", "updates", "branding", "photo",
+                           "revoke", "forget", "misbehave"}) {
     const ProgramResult help = command({name, "--help"});
+    EXPECT_EQ(help.status, 0) << name;
+    EXPECT_NE(help.output.find("Usage"), std::string::npos) << name;
+  }
+  for (const char* name : {"add", "list", "remove"}) {
+    const ProgramResult help = command({"photo", "-", name, "--help"});
     EXPECT_EQ(help.status, 0) << name;
     EXPECT_NE(help.output.find("Usage"), std::string::npos) << name;
   }

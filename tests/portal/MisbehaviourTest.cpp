@@ -43,6 +43,81 @@ TEST_F(Misbehaviour, ServesARequestButCutsItsAnswer) {
   EXPECT_EQ(device("GET", "/api/kiosk/pair/" + code).status, 409);
 }
 
+class PhotoMisbehaviour : public Misbehaviour {
+ protected:
+  void SetUp() override {
+    Misbehaviour::SetUp();
+    std::string id;
+    _token = pair(&id);
+    const Json branding = {{"branding", {{"displayName", "Hotel"}}}};
+    ASSERT_EQ(admin("PATCH", "/api/admin/terminals/" + id, branding).status, 200);
+    ASSERT_EQ(upload(id, _bytes).status, 201);
+  }
+
+  void spoil(Json settings) {
+    settings.update({{"path", "/api/kiosk/branding/photos/"}, {"times", 1}});
+    misbehave(settings);
+  }
+  Answer fetch() { return photo(DigestOf(_bytes), _token); }
+  void fetchesTheRightBytes() { EXPECT_EQ(fetch().text, _bytes); }
+
+  const std::string _bytes = PngPhoto(640, 480, "the picture itself");
+  std::string _token;
+};
+
+TEST_F(PhotoMisbehaviour, BringsAPhotoOfAnotherDigest) {
+  spoil({{"mode", "corrupt"}});
+  EXPECT_EQ(checkIn(_token).status, 200);
+  const Answer spoiled = fetch();
+  EXPECT_EQ(spoiled.status, 200);
+  EXPECT_EQ(spoiled.headers.at("content-type"), "image/png");
+  EXPECT_EQ(spoiled.text.size(), _bytes.size());
+  EXPECT_NE(spoiled.text, _bytes);
+  fetchesTheRightBytes();
+}
+
+TEST_F(PhotoMisbehaviour, BringsNothingForAPhoto) {
+  spoil({{"mode", "empty"}});
+  const Answer spoiled = fetch();
+  EXPECT_EQ(spoiled.status, 200);
+  EXPECT_EQ(spoiled.headers.at("content-type"), "image/png");
+  EXPECT_EQ(spoiled.text, "");
+  fetchesTheRightBytes();
+}
+
+TEST_F(PhotoMisbehaviour, CutsAPhotoOff) {
+  spoil({{"mode", "cut"}});
+  EXPECT_EQ(fetch().status, 0);
+  fetchesTheRightBytes();
+}
+
+TEST_F(PhotoMisbehaviour, BringsAPhotoLate) {
+  spoil({{"mode", "slow"}, {"delayMs", 300}});
+  const auto begin = std::chrono::steady_clock::now();
+  fetchesTheRightBytes();
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(300));
+}
+
+TEST_F(PhotoMisbehaviour, BringsAnErrorForAPhoto) {
+  spoil({{"mode", "status"}, {"status", 503}});
+  EXPECT_EQ(fetch().status, 503);
+  fetchesTheRightBytes();
+}
+
+TEST_F(Misbehaviour, ServesARequestButEmptiesOrSpoilsItsAnswer) {
+  const std::string code = newCode();
+  ASSERT_EQ(admin("POST", "/api/admin/codes/" + code + "/claim").status, 200);
+  misbehave({{"mode", "empty"}, {"times", 1}});
+  const Answer empty = device("GET", "/api/kiosk/pair/" + code);
+  EXPECT_EQ(empty.status, 200);
+  EXPECT_EQ(empty.text, "");
+  misbehave({{"mode", "corrupt"}, {"times", 1}});
+  const Answer spoiled = device("GET", "/api/kiosk/pair/" + code);
+  EXPECT_EQ(spoiled.status, 409);
+  EXPECT_NE(spoiled.body, Json({{"error", "claimed"}}));
+  EXPECT_EQ(device("GET", "/api/kiosk/pair/" + code).body, Json({{"error", "claimed"}}));
+}
+
 TEST_F(Misbehaviour, AnswersGarbage) {
   misbehave({{"mode", "garbage"}});
   const Answer answer = poll();
@@ -121,6 +196,8 @@ TEST_F(Misbehaviour, RefusesSettingsThatMakeNoSense) {
                                                 {{"mode", "status"}, {"status", 99}},
                                                 {{"mode", "refuse"}, {"times", 1}},
                                                 {{"mode", "cut"}, {"times", 0}},
+                                                {{"mode", "corrupt"}, {"delayMs", 5}},
+                                                {{"mode", "empty"}, {"status", 200}},
                                                 {{"mode", "cut"}, {"path", "api"}}})
     EXPECT_EQ(admin("PUT", "/api/admin/misbehaviour", settings).status, 400) << settings;
   EXPECT_EQ(mode(), "none");

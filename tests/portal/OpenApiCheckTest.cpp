@@ -68,6 +68,41 @@ TEST_F(OpenApiCheck, RefusesWhatIsNotDescribed) {
   }
 }
 
+Json UploadExchange() {
+  Json exchange = {
+      {"method", "POST"},
+      {"path", "/api/admin/terminals/0123456789abcdef/photos"},
+      {"query", {{"credit", "5"}, {"width", "640"}}},
+      {"requestHeaders", {{"authorization", "Bearer x"}, {"content-type", "image/avif"}}},
+      {"requestBody", "3 bytes that are not JSON"},
+      {"status", 201},
+      {"responseHeaders", {{"content-type", "application/json"}}}};
+  exchange["responseBody"] = {{"sha256", std::string(64, '0')},
+                              {"contentType", "image/avif"},
+                              {"width", 640},
+                              {"height", 480},
+                              {"credit", "5"}};
+  return exchange;
+}
+
+TEST_F(OpenApiCheck, HoldsQueriesAndAnyKindOfPictureAgainstTheDescription) {
+  EXPECT_EQ(check({UploadExchange()}).output, "");
+  const std::map<std::string, std::pair<const char*, Json>> wrong = {
+      {"query: width", {"/query/width", "wide"}},
+      {"query: height", {"/query/height", "0"}},
+      {"query: credit", {"/query/credit", std::string(241, 'x')}},
+      {"query: more: is not described", {"/query/more", "1"}},
+      {"request: content type", {"/requestHeaders/content-type", "text/plain"}},
+      {"not an exchange", {"/query", "credit=5"}}};
+  for (const auto& [sentence, change] : wrong) {
+    Json exchange = UploadExchange();
+    exchange[Json::json_pointer(change.first)] = change.second;
+    const ProgramResult result = check({exchange});
+    EXPECT_EQ(result.status, 1) << sentence;
+    EXPECT_NE(result.output.find(sentence), std::string::npos) << result.output;
+  }
+}
+
 TEST_F(OpenApiCheck, LooksOnlyAtTheRequestOfAMisbehaviour) {
   Json exchange = With("/responseBody", "garbage");
   exchange["misbehaviour"] = true;

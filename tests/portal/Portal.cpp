@@ -12,6 +12,7 @@
 #include <sstream>
 #include <thread>
 
+#include "simulator/portal/Secrets.h"
 #include "tests/portal/OpenApi.h"
 #include "tests/portal/RecordCheck.h"
 
@@ -56,6 +57,12 @@ std::string ReadToEnd(int fd) {
   }
 }
 
+std::string BigEndian(unsigned number, unsigned bytes) {
+  std::string text;
+  while (bytes-- > 0) text += static_cast<char>(number >> (8 * bytes));
+  return text;
+}
+
 }  // namespace
 
 ProgramResult RunProgram(const std::vector<std::string>& command, const std::string& input) {
@@ -94,10 +101,22 @@ Json CheckInRequest() {
           {"osUpdates", nullptr}};
 }
 
+std::string PngPhoto(unsigned width, unsigned height, const std::string& more) {
+  return std::string("\x89PNG\r\n\x1a\n\0\0\0\x0dIHDR", 16) + BigEndian(width, 4) +
+         BigEndian(height, 4) + more;
+}
+
+std::string JpegPhoto(unsigned width, unsigned height, const std::string& more) {
+  return "\xff\xd8\xff\xe0" + BigEndian(4, 2) + "JF\xff\xc0" + BigEndian(8, 2) + "\x08" +
+         BigEndian(height, 2) + BigEndian(width, 2) + "\x01" + more;
+}
+
+std::string DigestOf(const std::string& photo) { return portal::Sha256Hex(photo).value_or(""); }
+
 Answer Exchange(portal::HttpsClient& client, const std::string& method, const std::string& path,
-                const std::string& body, const std::string& token) {
+                const std::string& body, const std::string& token, const std::string& type) {
   portal::HttpRequest request{method, path, {}, body};
-  if (!body.empty()) request.headers["content-type"] = "application/json";
+  if (!body.empty() && !type.empty()) request.headers["content-type"] = type;
   if (!token.empty()) request.headers["authorization"] = "Bearer " + token;
   const auto response = client.send(request);
   if (!response) return {0, nullptr, "", client.error(), {}};
@@ -170,6 +189,17 @@ Answer PortalTest::checkIn(const std::string& token, const Json& changes) const 
   Json body = CheckInRequest();
   body.update(changes);
   return device("POST", "/api/kiosk/check-in", body.dump(), token);
+}
+
+Answer PortalTest::upload(const std::string& id, const std::string& photo, const std::string& query,
+                          const std::string& type) const {
+  portal::HttpsClient client = adminClient();
+  return Exchange(client, "POST", "/api/admin/terminals/" + id + "/photos" + query, photo,
+                  _ready["adminToken"].get<std::string>(), type);
+}
+
+Answer PortalTest::photo(const std::string& digest, const std::string& token) const {
+  return device("GET", "/api/kiosk/branding/photos/" + digest, "", token);
 }
 
 ProgramResult PortalTest::command(const std::vector<std::string>& arguments,

@@ -52,6 +52,13 @@ class PortalTest : public testing::Test {
                const Json& body = nullptr) const;
   Answer checkIn(const std::string& token, const Json& changes = Json::object()) const;
 
+  /// Adds a photo to a terminal's branding, through the administrator's interface.
+  /// @param query with "?"; may be empty
+  Answer upload(const std::string& id, const std::string& photo, const std::string& query = "",
+                const std::string& type = "application/octet-stream") const;
+  /// Fetches a photo as a terminal does.
+  Answer photo(const std::string& digest, const std::string& token) const;
+
   /// Runs the portal's command line for this portal.
   ProgramResult command(const std::vector<std::string>& arguments,
                         const std::string& input = "") const;
@@ -72,8 +79,18 @@ class PortalTest : public testing::Test {
 };
 
 /// Sends one request over a client and reads the answer.
+/// @param type the content type of the body, if there is one
 Answer Exchange(portal::HttpsClient& client, const std::string& method, const std::string& path,
-                const std::string& body, const std::string& token);
+                const std::string& body, const std::string& token,
+                const std::string& type = "application/json");
+
+/// A picture of that size, as far as its header goes.
+/// @param more what follows the header, to tell pictures apart
+std::string PngPhoto(unsigned width, unsigned height, const std::string& more = "");
+std::string JpegPhoto(unsigned width, unsigned height, const std::string& more = "");
+
+/// The SHA-256 of a photo, in lower-case hexadecimal digits.
+std::string DigestOf(const std::string& photo);
 
 /// A pair request that the portal accepts.
 Json PairRequest();

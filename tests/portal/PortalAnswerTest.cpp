@@ -46,7 +46,8 @@ class PortalAnswer : public testing::Test {
 TEST_F(PortalAnswer, IsRefusedWhenItMakesNoSense) {
   for (const char* body :
        {"", "no JSON", "null", "[]", "{}", R"({"terminals": 5, "codes": {}})",
-        R"({"terminals": [5], "codes": [5]})", R"({"terminals": [{"id": 5, "name": "x"}]})"}) {
+        R"({"terminals": [5], "codes": [5]})", R"({"terminals": [{"id": 5, "name": "x"}]})",
+        R"({"terminals": [{"id": "5", "name": 5}], "photos": [{}]})"}) {
     answer(200, body);
     for (const std::vector<std::string>& arguments :
          std::vector<std::vector<std::string>>{{"terminals"},
@@ -54,11 +55,29 @@ TEST_F(PortalAnswer, IsRefusedWhenItMakesNoSense) {
                                                {"show", "-"},
                                                {"exit-password", "-"},
                                                {"sign-in", "-", "--email", "on"},
+                                               {"updates", "-", "--automatic", "on"},
+                                               {"branding", "-", "--display-name", "x"},
+                                               {"photo", "-", "list"},
+                                               {"photo", "-", "remove", "0"},
                                                {"revoke", "-"},
                                                {"forget", "-"},
                                                {"claim", "ABCD2345"}}) {
       const ProgramResult result = command(arguments);
       EXPECT_EQ(result.status, 1) << arguments[0] << " " << body;
+      EXPECT_NE(result.output.find("the portal's answer makes no sense"), std::string::npos)
+          << result.output;
+    }
+  }
+}
+
+TEST_F(PortalAnswer, IsRefusedWhenItsPhotosMakeNoSense) {
+  for (const char* photos : {"5", "[5]", "[{}]", R"([{"sha256": 5}])"}) {
+    answer(200, R"({"terminals": [{"id": "0123", "name": "x"}], "photos": )" + std::string(photos) +
+                    "}");
+    for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
+             {"photo", "-", "list"}, {"photo", "-", "remove", "0"}}) {
+      const ProgramResult result = command(arguments);
+      EXPECT_EQ(result.status, 1) << photos;
       EXPECT_NE(result.output.find("the portal's answer makes no sense"), std::string::npos)
           << result.output;
     }

@@ -13,6 +13,7 @@ namespace {
 bool IsExchange(const Json& exchange) {
   return exchange.is_object() && exchange.value("method", Json()).is_string() &&
          exchange.value("path", Json()).is_string() &&
+         exchange.value("query", Json::object()).is_object() &&
          exchange.value("requestHeaders", Json()).is_object() && exchange.contains("requestBody") &&
          exchange.value("status", Json()).is_number_integer() &&
          exchange.value("responseHeaders", Json()).is_object() && exchange.contains("responseBody");
@@ -23,6 +24,26 @@ std::string Header(const Json& headers, const char* name) {
   return value.is_string() ? value.get<std::string>() : "";
 }
 
+/// The description of a content type: its own, or that of a range such as "image/*".
+/// @return null when there is neither
+const Json* FindMedia(const Json& content, const std::string& type) {
+  const std::string media = type.substr(0, type.find(';'));
+  const std::string range = media.substr(0, media.find('/')) + "/*";
+  for (const std::string& key : {media, range})
+    if (content.contains(key)) return &content[key];
+  return nullptr;
+}
+
+/// Holds a value of a query against the schema of its parameter; null when there is none.
+/// @return what is wrong
+std::optional<std::string> CheckParameter(const Json& schema, const Json& value) {
+  if (schema.is_null()) return "is not described";
+  if (schema.value("type", "") != "integer" || !value.is_string())
+    return FindViolation(schema, value);
+  const Json number = Json::parse(value.get<std::string>(), nullptr, false);
+  return FindViolation(schema, number.is_discarded() ? value : number);
+}
+
 /// Holds a body against the description of a request or response.
 /// @return what is wrong
 std::optional<std::string> CheckBody(const Json& described, const Json& headers, const Json& body) {
@@ -30,10 +51,9 @@ std::optional<std::string> CheckBody(const Json& described, const Json& headers,
     return body.is_null() ? std::nullopt : std::optional<std::string>("a body is not described");
   if (body.is_null() && !described.value("required", true)) return std::nullopt;
   const std::string type = Header(headers, "content-type");
-  const std::string media = type.substr(0, type.find(';'));
-  if (!described["content"].contains(media))
-    return "content type \"" + type + "\" is not described";
-  return FindViolation(described["content"][media].value("schema", Json::object()), body);
+  const Json* const media = FindMedia(described["content"], type);
+  if (media == nullptr) return "content type \"" + type + "\" is not described";
+  return FindViolation(media->value("schema", Json::object()), body);
 }
 
 /// One exchange on its way through the checks.
@@ -52,6 +72,7 @@ class Check {
   void report(const std::string& what);
   void checkOperation(const Json& operation);
   void checkRequest(const Json& operation);
+  void checkQuery(const Json& operation);
   void checkResponse(const Json& operation);
   void checkSecurity(const Json& operation);
   void checkUndescribed(int expectedStatus, const std::string& what);
@@ -102,6 +123,18 @@ void Check::checkRequest(const Json& operation) {
   const Json described = operation.value("requestBody", Json::object());
   const auto wrong = CheckBody(described, _exchange["requestHeaders"], _exchange["requestBody"]);
   if (wrong && !_refused) report("request: " + *wrong);
+  if (!_refused) checkQuery(operation);
+}
+
+void Check::checkQuery(const Json& operation) {
+  Json schemas = Json::object();
+  for (const Json& parameter : operation.value("parameters", Json::array()))
+    if (parameter.value("in", "") == "query")
+      schemas[parameter.value("name", "")] = parameter.value("schema", Json::object());
+  const Json query = _exchange.value("query", Json::object());
+  for (const auto& [name, value] : query.items())
+    if (const auto wrong = CheckParameter(schemas.value(name, Json()), value))
+      report("query: " + name + ": " + *wrong);
 }
 
 void Check::checkResponse(const Json& operation) {

@@ -20,7 +20,7 @@ enum class Refusals {
 
 /// Holds one exchange against the description.
 /// @param description from `ReadDescription`
-/// @param exchange {"method", "path", "requestHeaders", "requestBody", "status",
+/// @param exchange {"method", "path", "query"?, "requestHeaders", "requestBody", "status",
 ///        "responseHeaders", "responseBody", "misbehaviour"?}; with "misbehaviour" true only the
 ///        request is looked at
 /// @return what is wrong, one line each

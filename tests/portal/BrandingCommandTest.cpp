@@ -1,0 +1,168 @@
+// Brandings and their photos from the command line.
+#include <fstream>
+
+#include "simulator/portal/Limits.h"
+#include "tests/portal/Portal.h"
+
+namespace {
+
+class BrandingCommand : public PortalTest {
+ protected:
+  void SetUp() override {
+    PortalTest::SetUp();
+    token = pair();
+  }
+
+  int brand(std::vector<std::string> arguments) const {
+    arguments.insert(arguments.begin(), {"branding", "-"});
+    return command(arguments).status;
+  }
+  ProgramResult photos(std::vector<std::string> arguments) const {
+    arguments.insert(arguments.begin(), {"photo", "-"});
+    return command(arguments);
+  }
+  /// Expects the command to refuse and to say why.
+  void refuses(const std::vector<std::string>& arguments, const std::string& reason,
+               int status = 1) const {
+    const ProgramResult result = photos(arguments);
+    EXPECT_EQ(result.status, status) << Json(arguments);
+    EXPECT_NE(result.output.find(reason), std::string::npos) << result.output;
+  }
+  std::string file(const std::string& name, const std::string& content) const {
+    std::ofstream(dir() / name) << content;
+    return dir() / name;
+  }
+  Json sent() const { return checkIn(token).body.value("branding", Json()); }
+
+  std::string token;
+};
+
+TEST_F(BrandingCommand, BrandsATerminalAndWithdrawsIt) {
+  EXPECT_EQ(brand({"--display-name", "H\u00f4tel", "--subtitle", "Bienvenue", "--tenant", "t-1"}),
+            0);
+  EXPECT_EQ(photos({"add", file("a", PngPhoto(2, 1))}).status, 0);
+  EXPECT_EQ(sent()["displayName"], "H\u00f4tel");
+  EXPECT_EQ(sent()["photos"].size(), 1U);
+  EXPECT_EQ(checkIn(token).body["tenantId"], "t-1");
+  for (const char* word : {"--none", "--withdraw"}) {
+    EXPECT_EQ(brand({word}), 0);
+    EXPECT_EQ(sent(), nullptr);
+    EXPECT_FALSE(checkIn(token).body.contains("tenantId"));
+  }
+}
+
+TEST_F(BrandingCommand, ChangesOnlyWhatIsGiven) {
+  ASSERT_EQ(brand({"--display-name", "Hotel", "--subtitle", "Welcome", "--tenant", "t-1"}), 0);
+  ASSERT_EQ(photos({"add", file("a", PngPhoto(2, 1))}).status, 0);
+  ASSERT_EQ(brand({"--display-name", "Inn"}), 0);
+  EXPECT_EQ(sent()["signInSubtitle"], "Welcome");
+  ASSERT_EQ(brand({"--subtitle", ""}), 0);
+  EXPECT_EQ(sent()["displayName"], "Inn");
+  EXPECT_EQ(sent()["signInSubtitle"], "");
+  EXPECT_EQ(sent()["photos"].size(), 1U);
+  EXPECT_EQ(checkIn(token).body["tenantId"], "t-1");
+  ASSERT_EQ(brand({"--tenant", ""}), 0);
+  EXPECT_FALSE(checkIn(token).body.contains("tenantId"));
+}
+
+TEST_F(BrandingCommand, RefusesABrandingWithoutAName) {
+  const ProgramResult refused = command({"branding", "-", "--subtitle", "x"});
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_NE(refused.output.find("give its --display-name"), std::string::npos) << refused.output;
+  EXPECT_EQ(brand({"--display-name", ""}), 1);
+  EXPECT_EQ(brand({"--display-name", std::string(121, 'x')}), 1);
+  EXPECT_EQ(brand({}), 2);
+  EXPECT_EQ(brand({"--none", "--tenant", "x"}), 2);
+  EXPECT_EQ(sent(), nullptr);
+}
+
+TEST_F(BrandingCommand, AddsListsAndRemovesPhotos) {
+  ASSERT_EQ(brand({"--display-name", "Hotel"}), 0);
+  const std::string png = PngPhoto(640, 480);
+  const std::string jpeg = JpegPhoto(3, 4);
+  const ProgramResult added =
+      photos({"add", file("a.png", png), "--credit", "Zo\u00eb & Co, 100% +1; 'x'"});
+  EXPECT_EQ(added.status, 0);
+  EXPECT_EQ(added.output, "added: " + DigestOf(png) + ", image/png, 640x480\n");
+  ASSERT_EQ(photos({"add", file("b.jpg", jpeg)}).status, 0);
+  const std::string list = photos({"list"}).output;
+  for (const std::string& shown : {DigestOf(png), DigestOf(jpeg), std::string("640x480"),
+                                   std::string("Zo\u00eb & Co, 100% +1; 'x'")})
+    EXPECT_NE(list.find(shown), std::string::npos) << list;
+  const Json json = Json::parse(command({"--json", "photo", "-", "list"}).output, nullptr, false);
+  EXPECT_EQ(json["photos"], sent()["photos"]);
+  ASSERT_NE(DigestOf(png)[0], DigestOf(jpeg)[0]);
+  EXPECT_EQ(photos({"remove", DigestOf(png).substr(0, 1)}).status, 0);
+  EXPECT_EQ(sent()["photos"].size(), 1U);
+  EXPECT_EQ(photos({"remove", DigestOf(jpeg)}).status, 0);
+  EXPECT_EQ(sent()["photos"], Json::array());
+}
+
+TEST_F(BrandingCommand, AddsOtherPicturesByWhatItIsTold) {
+  ASSERT_EQ(brand({"--display-name", "Hotel"}), 0);
+  const std::string webp = file("c.webp", "RIFF");
+  refuses({"add", webp}, "give --content-type, --width and --height");
+  refuses({"add", webp, "--content-type", "image/webp"}, "give --content-type");
+  EXPECT_EQ(
+      photos({"add", webp, "--content-type", "image/webp", "--width", "3", "--height", "4"}).status,
+      0);
+  EXPECT_EQ(sent()["photos"][0]["contentType"], "image/webp");
+  refuses({"add", webp, "--content-type", "text/plain"}, "not a content type of pictures", 2);
+  refuses({"add", webp, "--width", "0"}, "--width", 2);
+}
+
+TEST_F(BrandingCommand, ExplainsWhichPhotoItCannotAdd) {
+  refuses({"add", file("a", PngPhoto(1, 1))}, "no branding yet");
+  ASSERT_EQ(brand({"--display-name", "Hotel"}), 0);
+  refuses({"add", dir() / "nothing"}, "nothing cannot be read");
+  refuses({"add", dir()}, "cannot be read");
+  refuses({"add", file("empty", "")}, "empty is empty");
+  std::filesystem::resize_file(file("large", ""), portal::kMaxPhoto + 1);
+  refuses({"add", dir() / "large"}, "large has more than 15 MiB");
+  for (unsigned i = 1; i <= portal::kMaxPhotos; ++i)
+    ASSERT_EQ(photos({"add", file("a", PngPhoto(i, 1))}).status, 0);
+  refuses({"add", file("a", PngPhoto(1, 2))}, "as many photos as it may have");
+  EXPECT_EQ(sent()["photos"].size(), portal::kMaxPhotos);
+}
+
+TEST_F(BrandingCommand, RemovesOnlyThePhotoThatIsMeant) {
+  ASSERT_EQ(brand({"--display-name", "Hotel"}), 0);
+  // Seventeen digests: two of them begin alike.
+  std::map<char, int> begin;
+  for (unsigned i = 1; i <= 17; ++i) {
+    ASSERT_EQ(photos({"add", file("a", PngPhoto(i, 1))}).status, 0);
+    ++begin[DigestOf(PngPhoto(i, 1))[0]];
+  }
+  for (const auto& [digit, count] : begin)
+    if (count > 1) refuses({"remove", std::string(1, digit)}, "more than one photo");
+  refuses({"remove", ""}, "an empty DIGEST means no photo");
+  refuses({"remove", "xyz"}, "no photo whose digest begins with \"xyz\"");
+  refuses({"remove"}, "DIGEST", 2);
+  EXPECT_EQ(sent()["photos"].size(), 17U);
+}
+
+TEST_F(BrandingCommand, EndsWithTwoWhenItIsMisused) {
+  for (const std::vector<std::string>& arguments :
+       std::vector<std::vector<std::string>>{{}, {"add"}, {"dance"}, {"list", "x"}})
+    EXPECT_EQ(photos(arguments).status, 2) << Json(arguments);
+  EXPECT_EQ(command({"photo"}).status, 2);
+}
+
+TEST_F(BrandingCommand, EndsWithThreeWhenThePortalDoesNotRun) {
+  const std::string photo = file("a", PngPhoto(1, 1));
+  stop();
+  EXPECT_EQ(brand({"--display-name", "Hotel"}), 3);
+  EXPECT_EQ(photos({"add", photo}).status, 3);
+  EXPECT_EQ(photos({"list"}).status, 3);
+  EXPECT_EQ(photos({"remove", "0"}).status, 3);
+}
+
+TEST_F(BrandingCommand, ShowsNoControlCharactersOfACredit) {
+  ASSERT_EQ(brand({"--display-name", "Hotel\x1b[2J"}), 0);
+  ASSERT_EQ(photos({"add", file("a", PngPhoto(1, 1)), "--credit", "\x1b[2J"}).status, 0);
+  const std::string shown = photos({"list"}).output + command({"show", "-"}).output;
+  EXPECT_NE(shown.find("?[2J"), std::string::npos) << shown;
+  EXPECT_EQ(shown.find('\x1b'), std::string::npos);
+}
+
+}  // namespace
