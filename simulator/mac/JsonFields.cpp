@@ -19,9 +19,9 @@ std::int64_t IntegerOf(const Json& object, const char* key) {
   return field.is_number_integer() ? field.get<std::int64_t>() : 0;
 }
 
-bool FlagOf(const Json& object, const char* key) {
+bool FlagOf(const Json& object, const char* key, bool otherwise) {
   const Json& field = FieldOf(object, key);
-  return field.is_boolean() && field.get<bool>();
+  return field.is_boolean() ? field.get<bool>() : otherwise;
 }
 
 Json ObjectOf(const Json& object, const char* key) {

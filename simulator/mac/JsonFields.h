@@ -13,9 +13,9 @@ namespace simmac {
 /// The field `key` of `object`; null when there is none.
 const Json& FieldOf(const Json& object, const char* key);
 
-std::string TextOf(const Json& object, const char* key);                ///< empty by default
-std::int64_t IntegerOf(const Json& object, const char* key);            ///< 0 by default
-bool FlagOf(const Json& object, const char* key);                       ///< false by default
+std::string TextOf(const Json& object, const char* key);      ///< empty by default
+std::int64_t IntegerOf(const Json& object, const char* key);  ///< 0 by default
+bool FlagOf(const Json& object, const char* key, bool otherwise = false);
 Json ObjectOf(const Json& object, const char* key);                     ///< {} by default
 std::vector<std::string> TextsOf(const Json& object, const char* key);  ///< the texts of an array
 

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 
 namespace simmac {
 
@@ -11,7 +12,12 @@ inline constexpr std::size_t kMaxJobs = 64;             ///< daemons of a Mac, a
 inline constexpr std::size_t kMaxJobArguments = 256;    ///< a job's ProgramArguments
 inline constexpr std::size_t kMaxMachServices = 16;     ///< a job's MachServices
 inline constexpr std::size_t kMaxTranscript = 1 << 20;  ///< output that one journal line keeps
+inline constexpr std::size_t kMaxUpdates = 256;         ///< on offer, and installed ones
 inline constexpr int kServiceBacklog = 128;             ///< connections that wait for a service
+
+/// What an update may take: KiB of the disk, and time.
+inline constexpr std::int64_t kMaxUpdateSize = 1'000'000'000;
+inline constexpr std::chrono::hours kMaxUpdateDuration{1};
 
 /// launchd's own pause between two starts of a job and its patience with one that shall end.
 inline constexpr std::chrono::seconds kDaemonThrottle{10};

@@ -1,36 +1,18 @@
 // simmac: makes, boots and looks after simulated Macs.
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
-#include <functional>
 #include <iostream>
 
+#include "simulator/mac/CommandLine.h"
 #include "simulator/mac/commands/Commands.h"
 #include "simulator/mac/launchd/Launchd.h"
 
 namespace {
 
-/// What the command line asked for: the Mac, and what is to be done with it.
-struct Request {
-  std::string mac;
-  std::function<int(const std::string& root)> action;
-};
-
-/// A command that has a Mac's directory as its first argument.
-CLI::App* AddCommand(CLI::App& app, Request& request, const std::string& name,
-                     const std::string& description) {
-  CLI::App* command = app.add_subcommand(name, description);
-  command->add_option("MAC", request.mac, "Directory of the simulated Mac")->required();
-  return command;
-}
-
-/// Options live as long as the program, since they are filled while the line is parsed.
-template <typename Options>
-Options& Keep() {
-  static Options options;
-  return options;
-}
+using simmac::AddCommand;
+using simmac::Keep;
+using simmac::Request;
 
 void AddCreate(CLI::App& app, Request& request) {
   auto& options = Keep<simmac::CreateOptions>();
@@ -261,6 +243,8 @@ void AddCommands(CLI::App& app, Request& request) {
   AddRun(app, request);
   AddUsers(app, request);
   AddSettings(app, request);
+  simmac::AddUpdates(app, request);
+  simmac::AddClock(app, request);
 }
 
 /// The line's words. What follows the first word of "run MAC COMMAND" is the command's, whatever it

@@ -18,7 +18,9 @@ bool ChangeSettings(const platform::MacTree& mac, const std::string& path,
   const Descriptor folder = OpenFile(mac.path(platform::kMacSimulated), O_RDONLY | O_DIRECTORY);
   if (!folder.valid() || !TakeLock(folder.get())) return false;
   Json settings = ReadSettings(mac, path);
+  const Json before = settings;
   change(settings);
+  if (settings == before) return true;
   // Texts from a command line need not be UTF-8.
   return mac.replace(path, settings.dump(2, ' ', false, Json::error_handler_t::replace) + "\n",
                      kMode);

@@ -12,11 +12,6 @@ std::string TextOr(const Json& object, const char* key, const std::string& other
   return text.empty() ? otherwise : text;
 }
 
-bool FlagOr(const Json& object, const char* key, bool otherwise) {
-  const Json& field = FieldOf(object, key);
-  return field.is_boolean() ? field.get<bool>() : otherwise;
-}
-
 double SecondsOr(const Json& object, const char* key, double otherwise) {
   constexpr double kMost = 1e10;  // three centuries
   const Json& field = FieldOf(object, key);
@@ -37,12 +32,12 @@ Json TimeSettingsSeed() {
 TimeSettings ParseTimeSettings(const Json& time) {
   TimeSettings settings;
   settings.server = TextOr(time, "server", "time.apple.com");
-  settings.usingNetworkTime = FlagOr(time, "usingNetworkTime", true);
+  settings.usingNetworkTime = FlagOf(time, "usingNetworkTime", true);
   settings.offset = SecondsOr(time, "offset", 0);
   settings.error = std::fabs(SecondsOr(time, "error", 0));
   settings.address = TextOr(time, "address", "192.0.2.123");
-  settings.resolves = FlagOr(time, "resolves", true);
-  settings.reachable = FlagOr(time, "reachable", true);
+  settings.resolves = FlagOf(time, "resolves", true);
+  settings.reachable = FlagOf(time, "reachable", true);
   return settings;
 }
 

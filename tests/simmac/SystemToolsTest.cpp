@@ -153,7 +153,7 @@ TEST_F(Status, IsShownWhateverAnybodyHasWrittenIntoItsFile) {
   mac.write(platform::kMacLaunchdPid, std::to_string(getpid()) + "\n");
   const Descriptor claim = OpenFile(mac.path(platform::kMacLaunchdPid), O_RDWR);
   ASSERT_TRUE(TakeLock(claim.get()));
-  EXPECT_EQ(mac.simmac("status").out, "running, boot 0\n");
+  EXPECT_EQ(mac.simmac("status").out, "running, boot 0\nmacOS 14.6.1 (23G93)\n");
   EXPECT_EQ(mac.status()["login"], false);
 }
 

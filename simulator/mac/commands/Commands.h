@@ -2,6 +2,7 @@
 // standard error in one sentence; the result is the program's exit status.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -48,14 +49,25 @@ int AddUser(const std::string& root, const std::string& name,
 int SetFileVault(const std::string& root, bool on);
 int SetAutoLogin(const std::string& root, const std::string& name, const std::string& password);
 
+/// Shows the catalogue of software updates, for people or as it is.
+int ShowUpdates(const std::string& root, bool json);
+/// Puts an update, as the file has it, on offer. Refuses a label that is on offer already.
+int AddUpdate(const std::string& root, const Json& update);
+/// Changes keys of the catalogue that are not about an update.
+int SetUpdates(const std::string& root, const Json& keys);
+/// Makes it a new Mac's, whatever it is.
+int ClearUpdates(const std::string& root);
+
+/// Shows the clock that the Mac's programs see.
+int ShowClock(const std::string& root);
+/// Moves it ahead and shows it.
+int AdvanceClock(const std::string& root, std::uint64_t seconds);
+
 /// Says one sentence on standard error and returns 1.
 int Refuse(const std::string& sentence);
 
 /// Whether the directory is a simulated Mac; says so when it is not.
 bool IsMac(const std::string& root);
-
-/// launchd's process id when the Mac is running.
-std::optional<pid_t> RunningLaunchd(const std::string& root);
 
 /// Makes sure that the program may act as root: it is root, or runs itself once more in a user
 /// namespace (the running Mac's own, when there is one). Nothing when all is well, else the exit

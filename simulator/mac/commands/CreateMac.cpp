@@ -7,9 +7,11 @@
 
 #include "platform/simulated/MacFiles.h"
 #include "simulator/mac/Accounts.h"
+#include "simulator/mac/PowerRequest.h"
 #include "simulator/mac/PowerSettings.h"
 #include "simulator/mac/SettingsFile.h"
 #include "simulator/mac/TimeSettings.h"
+#include "simulator/mac/UpdateCatalogue.h"
 #include "simulator/mac/commands/Commands.h"
 #include "simulator/mac/commands/LibraryCache.h"
 #include "simulator/mac/commands/Seeds.h"
@@ -116,6 +118,7 @@ void MakeSimulatedFiles(TreeBuilder& tree) {
   tree.file(platform::kMacFileVault, "{\"status\": \"FileVault is Off.\"}\n");
   tree.file(kPowerSettings, PowerSettingsSeed().dump(2) + "\n");
   tree.file(kTimeSettings, TimeSettingsSeed().dump(2) + "\n");
+  tree.file(kUpdateCatalogue, UpdateCatalogueSeed().dump(2) + "\n");
   tree.file(platform::kMacSystemLog, "", kEverybody);
 }
 
@@ -230,7 +233,7 @@ bool MakeRoom(const std::string& root, bool force) {
   if (!taken || fs::is_empty(root, error)) return true;
   if (!force) return Refuse(root + " exists already.") == 0;
   if (!IsMac(root)) return false;
-  if (RunningLaunchd(root)) return Refuse("The Mac " + root + " is running.") == 0;
+  if (RunningLaunchd(MacTree(root))) return Refuse("The Mac " + root + " is running.") == 0;
   fs::remove_all(root, error);
   return !error || Refuse(root + " cannot be removed.") == 0;
 }

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "simulator/mac/Descriptor.h"
+#include "simulator/mac/PowerRequest.h"
 #include "simulator/mac/Spawn.h"
 #include "simulator/mac/commands/Commands.h"
 
@@ -80,7 +81,7 @@ bool HasUsers() {
 std::optional<int> GainPrivileges(const std::string& root, char** arguments) {
   if (geteuid() == 0) return HasUsers() ? std::nullopt : std::optional(NoPrivileges());
   if (std::getenv(kInsideVariable)) return NoPrivileges();
-  const std::optional<pid_t> launchd = RunningLaunchd(root);
+  const std::optional<pid_t> launchd = RunningLaunchd(platform::MacTree(root));
   if (launchd && Join(*launchd)) return std::nullopt;
   RunAgainInside(arguments);
   return NoPrivileges();

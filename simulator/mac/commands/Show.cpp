@@ -4,6 +4,8 @@
 #include "platform/simulated/MacFiles.h"
 #include "simulator/mac/GuiSessions.h"
 #include "simulator/mac/JsonFields.h"
+#include "simulator/mac/PowerRequest.h"
+#include "simulator/mac/SystemVersion.h"
 #include "simulator/mac/commands/Commands.h"
 #include "simulator/mac/commands/Follow.h"
 #include "simulator/mac/launchd/Launchd.h"
@@ -20,9 +22,11 @@ void Print(const std::string& text) {
 
 Json Status(const std::string& root) {
   const MacTree mac(root);
-  const std::optional<pid_t> launchd = RunningLaunchd(root);
+  const std::optional<pid_t> launchd = RunningLaunchd(mac);
   const Json boot = mac.readJson(kBootFile).value_or(Json::object());
+  const SystemVersion system = ReadSystemVersion(mac);
   Json status = {{"running", launchd.has_value()},
+                 {"system", {{"version", system.version}, {"build", system.build}}},
                  {"bootCount", IntegerOf(boot, "count")},
                  {"daemons", Json::object()},
                  {"login", false},
@@ -44,6 +48,8 @@ Json Status(const std::string& root) {
 void PrintStatus(const Json& status) {
   const bool running = status["running"].get<bool>();
   Print(running ? "running, boot " + status["bootCount"].dump() : "not running");
+  Print(
+      SystemVersion{TextOf(status["system"], "version"), TextOf(status["system"], "build")}.text());
   for (const auto& [label, pid] : status["daemons"].items()) {
     Print("daemon " + label + ": process " + pid.dump());
   }
@@ -70,8 +76,10 @@ void PrintCall(const std::string& line) {
   const std::string output = TextOf(call, "output");
   std::size_t start = 0;
   while (start < output.size()) {
-    const std::size_t end = std::min(output.find('\n', start), output.size());
-    Print("      | " + output.substr(start, end - start));
+    // A carriage return would take the reader back over what stands before it.
+    const std::size_t end = std::min(output.find_first_of("\r\n", start), output.size());
+    const bool shown = end > start || output[end] == '\n';
+    if (shown) Print("      | " + output.substr(start, end - start));
     start = end + 1;
   }
 }

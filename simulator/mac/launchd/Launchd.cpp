@@ -10,6 +10,7 @@
 #include "platform/simulated/MacFiles.h"
 #include "simulator/mac/Children.h"
 #include "simulator/mac/GuiSessions.h"
+#include "simulator/mac/InstalledUpdates.h"
 #include "simulator/mac/JobRunner.h"
 #include "simulator/mac/JsonFields.h"
 #include "simulator/mac/Limits.h"
@@ -121,6 +122,7 @@ Power Launchd::boot() {
   _ending.reset();
   EmptyFolder(kRun);
   EmptyFolder(platform::kMacGuiSessions);
+  if (const auto system = FinishUpdates(_mac)) Say("launchd: updated to " + system->text());
   startDaemons();
   // The login window comes up once the daemons serve: what they set at their start, it finds.
   _loginAt = Clock::now() + (_services.empty() ? _options.loginDelay : kCheckInPatience);

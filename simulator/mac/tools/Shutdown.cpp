@@ -2,12 +2,10 @@
 
 #include <array>
 #include <charconv>
-#include <csignal>
 #include <ctime>
 #include <optional>
 
-#include "platform/simulated/MacFiles.h"
-#include "simulator/mac/Descriptor.h"
+#include "simulator/mac/PowerRequest.h"
 #include "simulator/mac/tools/Tool.h"
 
 namespace simmac {
@@ -31,28 +29,14 @@ int Usage(const ToolCall& call, const std::string& text) {
   return Usage(call);
 }
 
-/// launchd's process, if it runs.
-std::optional<pid_t> Launchd(const MacTree& mac) {
-  if (!LockIsHeld(mac.path(platform::kMacLaunchdPid))) return std::nullopt;
-  const std::optional<std::string> text = mac.read(platform::kMacLaunchdPid);
-  pid_t pid = 0;
-  if (text) (void)std::from_chars(text->data(), text->data() + text->size(), pid);
-  return pid > 1 ? std::optional(pid) : std::nullopt;
-}
-
-void TellLaunchd() {
-  if (const std::optional<pid_t> launchd = Launchd(MacTree())) (void)kill(*launchd, SIGHUP);
-}
-
 int GoDown(const ToolCall& call, const std::string& request) {
-  constexpr mode_t kMode = 0644;
   call.output.out("Shutdown NOW!\n");
-  if (!MacTree().replace(platform::kMacPowerRequest, request, kMode)) {
+  if (!LeavePowerRequest(MacTree(), request)) {
     call.output.err("shutdown: couldn't lock for reboot: Operation not permitted\n");
     return 0;
   }
   // Once it knows, launchd may end us before we have said what we did.
-  call.afterwards = TellLaunchd;
+  call.afterwards = [] { (void)TellLaunchd(MacTree()); };
   return 0;
 }
 

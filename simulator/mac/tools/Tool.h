@@ -74,6 +74,7 @@ int PKill(const ToolCall& call);
 int PmSet(const ToolCall& call);
 int Shutdown(const ToolCall& call);
 int Sntp(const ToolCall& call);
+int SoftwareUpdateTool(const ToolCall& call);
 int SystemSetup(const ToolCall& call);
 int LoginWindow(const ToolCall& call);
 

@@ -13,6 +13,7 @@ const std::vector<Tool>& Tools() {
       {"/usr/bin/pkill", PKill, true},
       {"/usr/bin/pmset", PmSet, true},
       {"/usr/bin/sntp", Sntp, true},
+      {"/usr/sbin/softwareupdate", SoftwareUpdateTool, true},
       {"/usr/sbin/systemsetup", SystemSetup, true},
       {"/sbin/shutdown", Shutdown, true},
       {"/System/Library/CoreServices/loginwindow.app/Contents/MacOS/loginwindow", LoginWindow,
