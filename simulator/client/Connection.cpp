@@ -95,6 +95,11 @@ void Connection::close() {
   _socket = -1;
 }
 
+bool Connection::stands() const {
+  pollfd entry{_socket, POLLRDHUP, 0};
+  return _socket >= 0 && poll(&entry, 1, 0) == 0;
+}
+
 Connection::Failed Connection::open(Deadline deadline) {
   const std::optional<sockaddr_un> address = Address(_path);
   if (address) _socket = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);

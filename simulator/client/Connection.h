@@ -45,6 +45,12 @@ class Connection {
   /// be taken for the next one.
   ChannelResult exchange(std::string_view request, std::chrono::milliseconds timeout);
 
+  /// Whether there is a connection that the daemon has not closed.
+  bool stands() const;
+
+  /// Closes the connection, if there is one.
+  void close();
+
  private:
   using Deadline = std::chrono::steady_clock::time_point;
   using Failed = std::optional<ChannelFailureKind>;
@@ -55,7 +61,6 @@ class Connection {
   Failed receive(std::string& bytes, Deadline deadline) const;
   Failed receiveReply(std::uint32_t number, std::string& reply, Deadline deadline) const;
   Failed ask(std::string_view request, std::string& reply, Deadline deadline);
-  void close();
 
   std::string _path;
   int _socket = -1;

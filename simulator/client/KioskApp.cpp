@@ -1,5 +1,6 @@
 // kiosk-app: stands in for the kiosk application in the simulated Mac. It leaves a line that tells
-// how and where it was started and how the daemon answered it, then stays until it is told to go.
+// how and where it was started and how the daemon answered it, then reports how its session is used
+// until it is told to go.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -21,6 +22,7 @@
 #include "simulator/client/Descriptor.h"
 #include "simulator/client/Limits.h"
 #include "simulator/client/Reply.h"
+#include "simulator/client/SessionReporter.h"
 
 namespace client {
 namespace {
@@ -28,11 +30,12 @@ namespace {
 using Arguments = std::vector<std::string>;
 
 constexpr std::string_view kLogFolder = "Library/Logs";
-constexpr std::string_view kLogName = "kiosk-app.jsonl";
+constexpr std::string_view kStartLog = "kiosk-app.jsonl";
+constexpr std::string_view kSessionLog = "kiosk-app-session.jsonl";
+constexpr std::string_view kOccupancyFile = "Library/Application Support/Brindlex/session";
 
 /// The channel's answer to "status", once there is a channel.
-ChannelResult AskStatus() {
-  Connection connection(ChannelPath());
+ChannelResult AskStatus(Connection& connection) {
   const auto giveUp = std::chrono::steady_clock::now() + kAppearanceTimeout;
   for (;;) {
     ChannelResult result = connection.exchange(R"({"cmd":"status"})", kStatusTimeout);
@@ -43,31 +46,48 @@ ChannelResult AskStatus() {
   }
 }
 
-Json Status() {
-  const ChannelResult result = AskStatus();
+Json Status(Connection& connection) {
+  const ChannelResult result = AskStatus(connection);
   const auto* const text = std::get_if<std::string>(&result);
   return text == nullptr ? Json() : ReplyParse(*text).value_or(Json());
 }
 
-std::string Line(const Arguments& arguments) {
-  const Json record = {
-      {"arguments", arguments}, {"uid", getuid()}, {"session", getsid(0)}, {"status", Status()}};
-  return record.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+Json StartRecord(const Arguments& arguments, const Json& status) {
+  return {{"arguments", arguments}, {"uid", getuid()}, {"session", getsid(0)}, {"status", status}};
 }
 
-/// Appends to the log below the home folder; folders are made as needed.
-bool AppendToLog(const std::string& line) {
+/// The home folder; where there is none, a place below which nothing can be opened.
+std::filesystem::path Home() {
   const char* const home = std::getenv("HOME");
-  if (home == nullptr || *home == '\0') return false;
-  const std::filesystem::path folder = std::filesystem::path(home) / kLogFolder;
+  return home == nullptr || *home == '\0' ? "/dev/null" : home;
+}
+
+/// Appends to a log below the home folder; folders are made as needed.
+bool AppendToLog(std::string_view name, const std::string& line) {
+  const std::filesystem::path folder = Home() / kLogFolder;
   std::error_code error;
   std::filesystem::create_directories(folder, error);
   if (error) return false;
   const int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC;
-  const int descriptor = open((folder / kLogName).c_str(), flags, 0644);
+  const int descriptor = open((folder / name).c_str(), flags, 0644);
   if (descriptor < 0) return false;
   const bool written = WriteAll(descriptor, line);
   return close(descriptor) == 0 && written;
+}
+
+void Record(std::string_view log, const Json& record) {
+  const std::string line = record.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+  // With standard error gone as well there is nowhere left to report to.
+  if (!AppendToLog(log, line)) (void)WriteAll(STDERR_FILENO, line);
+}
+
+[[noreturn]] void ReportForEver(Connection& connection) {
+  SessionReporter reporter(connection, Home() / kOccupancyFile);
+  for (;;) {
+    const std::optional<Json> news = reporter.step(std::chrono::steady_clock::now());
+    if (news) Record(kSessionLog, *news);
+    std::this_thread::sleep_for(kOccupancyInterval);
+  }
 }
 
 void LeaveOnTermination(int) { _exit(0); }
@@ -88,10 +108,9 @@ int Main(const Arguments& arguments) {
     return 2;
   }
   ListenForTermination();
-  const std::string line = Line(arguments);
-  // With standard error gone as well there is nowhere left to report to.
-  if (!AppendToLog(line)) (void)WriteAll(STDERR_FILENO, line);
-  for (;;) pause();
+  Connection connection(ChannelPath());
+  Record(kStartLog, StartRecord(arguments, Status(connection)));
+  ReportForEver(connection);
 }
 
 }  // namespace

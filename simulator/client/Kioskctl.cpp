@@ -31,8 +31,8 @@ ExitStatus Main(int count, char** arguments) {
   CommonOptions options;
   application.footer(
       "Exit status: 0 done, 1 refused by kioskd (or a code's time was up, the settings were not\n"
-      "unlocked, the unlock could not be kept, or nothing could be printed), 2 wrong usage,\n"
-      "3 kioskd gave no answer.\n"
+      "unlocked or no longer, the unlock could not be kept, a check or an install of updates\n"
+      "failed, or nothing could be printed), 2 wrong usage, 3 kioskd gave no answer.\n"
       "The environment's KIOSK_CHANNEL names another socket.");
   const VerbAction action = VerbGroup(application, kVerbs);
   AddCommonOptions(application, options);

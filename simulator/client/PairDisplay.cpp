@@ -1,10 +1,6 @@
 #include "simulator/client/PairDisplay.h"
 
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <chrono>
-#include <cstdlib>
 #include <iostream>
 #include <string_view>
 #include <thread>
@@ -19,20 +15,10 @@ namespace {
 
 constexpr const char* kReverse = "\033[7m";
 constexpr const char* kNormal = "\033[0m";
-constexpr const char* kLineStart = "\r\033[K";
 constexpr std::string_view kMargin = "  ";
 
-bool IsTerminal() {
-  const char* const type = std::getenv("TERM");
-  return isatty(STDOUT_FILENO) == 1 && type != nullptr && std::string_view(type) != "dumb";
-}
-
 /// Whether `width` columns fit; a terminal that does not tell its width is taken to be wide.
-bool Fits(std::size_t width) {
-  winsize size{};
-  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return true;
-  return width <= size.ws_col;
-}
+bool Fits(std::size_t width) { return width <= Screen::columns().value_or(width); }
 
 /// Turns the blocks of a row into spaces in reverse video, which every terminal and every character
 /// set can show.
@@ -70,41 +56,26 @@ void ShowLarge(const std::string& code) {
 
 }  // namespace
 
-PairDisplay::PairDisplay(bool silent) : _mode(modeFor(silent)) {}
+PairDisplay::PairDisplay(bool silent) : _screen(silent) {}
 
-PairDisplay::Mode PairDisplay::modeFor(bool silent) {
-  if (silent) return Mode::kSilent;
-  return IsTerminal() ? Mode::kTerminal : Mode::kPlain;
-}
+bool PairDisplay::works() const { return _screen.works(); }
 
-bool PairDisplay::works() const { return std::cout.good(); }
-
-void PairDisplay::sentence(const std::string& text) const {
-  if (_mode != Mode::kSilent) std::cout << text << std::endl;
-}
+void PairDisplay::sentence(const std::string& text) const { _screen.sentence(text); }
 
 void PairDisplay::code(const std::string& code) const {
-  if (_mode == Mode::kTerminal) {
+  if (_screen.mode() == Screen::Mode::kTerminal) {
     ShowLarge(code);
   } else {
     sentence("Pairing code: " + Printable(code));
   }
 }
 
-void PairDisplay::overwrite(const std::string& text) {
-  std::cout << kLineStart << text << std::flush;
-  _lineOpen = true;
-}
-
-void PairDisplay::endLine() {
-  if (_lineOpen) std::cout << std::endl;
-  _lineOpen = false;
-}
+void PairDisplay::endLine() { _screen.endLine(); }
 
 void PairDisplay::remaining(int seconds) {
   const std::string text = "The code is valid for " + Clock(seconds) + ".";
-  if (_mode == Mode::kTerminal) {
-    overwrite(_note.empty() ? text : text + " " + _note);
+  if (_screen.mode() == Screen::Mode::kTerminal) {
+    _screen.overwrite(_note.empty() ? text : text + " " + _note);
     return;
   }
   const int minutes = (seconds + 59) / 60;
@@ -115,19 +86,19 @@ void PairDisplay::remaining(int seconds) {
 void PairDisplay::note(const std::string& sentence) {
   if (sentence == _note) return;
   _note = sentence;
-  if (_mode == Mode::kPlain && !_note.empty()) this->sentence(_note);
+  if (_screen.mode() == Screen::Mode::kPlain && !_note.empty()) this->sentence(_note);
 }
 
 void PairDisplay::restart(int seconds) {
-  if (_mode != Mode::kTerminal) {
+  if (_screen.mode() != Screen::Mode::kTerminal) {
     sentence(PairRestartText(seconds));
     return;
   }
   for (; seconds > 0; --seconds) {
-    overwrite(PairRestartText(seconds));
+    _screen.overwrite(PairRestartText(seconds));
     std::this_thread::sleep_for(std::chrono::seconds(1));
   }
-  overwrite(PairRestartText(0));
+  _screen.overwrite(PairRestartText(0));
   endLine();
 }
 

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "simulator/client/Screen.h"
+
 namespace client {
 
 /// Shows a pairing code, how its time runs down and how pairing ended: on a terminal as block
@@ -35,14 +37,9 @@ class PairDisplay {
   bool works() const;
 
  private:
-  enum class Mode { kSilent, kPlain, kTerminal };
-  static Mode modeFor(bool silent);
-  void overwrite(const std::string& text);
-
-  Mode _mode;
+  Screen _screen;
   std::string _note;
   int _shownMinutes = -1;
-  bool _lineOpen = false;
 };
 
 }  // namespace client

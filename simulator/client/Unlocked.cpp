@@ -7,16 +7,34 @@
 #include "simulator/client/UnlockFile.h"
 
 namespace client {
+namespace {
+
+/// A token that the daemon does not take is forgotten.
+Answer ExchangeWithToken(Session& session, Json request, const std::string& token) {
+  request["unlockToken"] = token;
+  Answer answer = session.exchange(RequestText(request));
+  // A file that stays brings the same refusal next time, which says all there is to say.
+  if (IsNotUnlocked(answer)) (void)UnlockFileForget();
+  return answer;
+}
+
+}  // namespace
+
+bool IsNotUnlocked(const Answer& answer) {
+  return answer.status == ExitStatus::kRefused &&
+         ReplyString(answer.reply, "error") == "not_unlocked";
+}
 
 Answer AskWithToken(Session& session, Json request, const std::string& token) {
-  request["unlockToken"] = token;
-  Answer answer = session.ask(request);
-  const bool refused = answer.status == ExitStatus::kRefused;
-  if (refused && ReplyString(answer.reply, "error") == "not_unlocked") {
-    // A file that stays brings the same refusal next time, which says all there is to say.
-    (void)UnlockFileForget();
-  }
+  Answer answer = ExchangeWithToken(session, std::move(request), token);
+  session.explain(answer);
   return answer;
+}
+
+Answer ExchangeUnlocked(Session& session, Json request) {
+  const UnlockFileContent kept = UnlockFileRead();
+  if (kept.token) return ExchangeWithToken(session, std::move(request), *kept.token);
+  return {ExitStatus::kRefused, {{"ok", false}, {"error", "not_unlocked"}}, ""};
 }
 
 Answer AskUnlocked(Session& session, Json request) {

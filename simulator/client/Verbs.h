@@ -15,6 +15,8 @@ VerbAction VerbPower(CLI::App& command);
 VerbAction VerbNet(CLI::App& command);
 VerbAction VerbProxy(CLI::App& command);
 VerbAction VerbTime(CLI::App& command);
+VerbAction VerbUpdates(CLI::App& command);
+VerbAction VerbSession(CLI::App& command);
 VerbAction VerbSend(CLI::App& command);
 
 /// Every verb.
@@ -29,6 +31,8 @@ inline constexpr Verb kVerbs[] = {
     {"net", "Set an adapter's address and name servers", VerbNet},
     {"proxy", "Set the web proxy", VerbProxy},
     {"time", "Set the time zone, set the clock, show when it was set", VerbTime},
+    {"updates", "List and install updates of macOS", VerbUpdates},
+    {"session", "Report how the kiosk session is used", VerbSession},
     {"send", "Send any request and print the reply", VerbSend},
 };
 

@@ -27,31 +27,46 @@ class KioskApp : public ChannelTest {
 
   std::string home() const { return _folder.path("home"); }
   std::string logPath() const { return home() + "/Library/Logs/kiosk-app.jsonl"; }
+  std::string sessionLogPath() const { return home() + "/Library/Logs/kiosk-app-session.jsonl"; }
 
-  std::string log() const {
-    std::ifstream file(logPath());
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  }
+  std::string log() const { return contentOf(logPath()); }
+  std::string sessionLog() const { return contentOf(sessionLogPath()); }
 
   /// Waits until the log ends in a whole line that was not there before and returns that line.
-  Json nextLine(const std::string& before = "") const {
-    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    std::string text = log();
-    while ((text.size() <= before.size() || text.back() != '\n') &&
-           std::chrono::steady_clock::now() < giveUp) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-      text = log();
-    }
-    EXPECT_EQ(text.substr(0, before.size()), before);
-    return Json::parse(text.substr(before.size()), nullptr, false);
+  Json nextLine(const std::string& before = "") const { return nextLineOf(logPath(), before); }
+  Json nextSessionLine(const std::string& before = "") const {
+    return nextLineOf(sessionLogPath(), before);
   }
 
+  /// Tells the application how its session is used.
+  void tell(const std::string& occupancy) const {
+    const std::string folder = home() + "/Library/Application Support/Brindlex";
+    std::filesystem::create_directories(folder);
+    std::ofstream(folder + "/session") << occupancy << '\n';
+  }
   static ChildResult terminate(Child& child) {
     child.signal(SIGTERM);
     return child.wait();
   }
 
  private:
+  static std::string contentOf(const std::string& path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  }
+
+  static Json nextLineOf(const std::string& path, const std::string& before) {
+    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    std::string text = contentOf(path);
+    while ((text.size() <= before.size() || text.back() != '\n') &&
+           std::chrono::steady_clock::now() < giveUp) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      text = contentOf(path);
+    }
+    EXPECT_EQ(text.substr(0, before.size()), before);
+    return Json::parse(text.substr(before.size()), nullptr, false);
+  }
+
   TemporaryFolder _folder;
 };
 
@@ -78,7 +93,8 @@ TEST_F(KioskApp, RecordsHowItWasStartedAndTheDaemonsStatusOnce) {
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.output, "");
   EXPECT_EQ(result.errors, "");
-  EXPECT_THAT(requests(), ElementsAre(R"({"cmd":"status"})"));
+  EXPECT_EQ(requests().front(), R"({"cmd":"status"})");
+  EXPECT_EQ(log(), line.dump() + "\n");
 }
 
 TEST_F(KioskApp, AddsALineAtEveryStart) {
@@ -129,16 +145,43 @@ TEST_F(KioskApp, WritesToStandardErrorWhereItHasNoLog) {
   ChildSetup blocked = setup();
   blocked.environment["HOME"] = "/dev/null";
   Child child(blocked);
-  const std::string line = R"({"arguments":["--kiosk-shell"],"session":)" +
-                           std::to_string(getsid(0)) + R"(,"status":null,"uid":)" +
-                           std::to_string(getuid()) + "}\n";
+  const std::string expected = R"({"arguments":["--kiosk-shell"],"session":)" +
+                               std::to_string(getsid(0)) + R"(,"status":null,"uid":)" +
+                               std::to_string(getuid()) + "}\n" +
+                               R"({"outcome":"no_answer","report":"idle"})" + "\n";
   const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (child.errorsSoFar() != line && std::chrono::steady_clock::now() < giveUp) {
+  while (child.errorsSoFar().size() < expected.size() &&
+         std::chrono::steady_clock::now() < giveUp) {
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   const ChildResult result = terminate(child);
   EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.errors, line);
+  EXPECT_EQ(result.errors, expected);
+}
+
+TEST_F(KioskApp, ReportsItsSessionOverTheSameConnection) {
+  script({Replies(R"({"ok":true})")});
+  Child child(setup());
+  EXPECT_EQ(nextSessionLine(), Json({{"report", "idle"}, {"outcome", "ok"}}));
+  const std::string before = sessionLog();
+  tell("live");
+  EXPECT_EQ(nextSessionLine(before), Json({{"report", "live"}, {"outcome", "ok"}}));
+  EXPECT_EQ(terminate(child).status, 0);
+  EXPECT_THAT(requests(), ElementsAre(R"({"cmd":"status"})",
+                                      R"({"cmd":"session.report","live":false,"signedIn":false})",
+                                      R"({"cmd":"session.report","live":true,"signedIn":true})"));
+  EXPECT_EQ(connections(), 1);
+}
+
+TEST_F(KioskApp, ReportsToADaemonThatWasStartedAnew) {
+  tell("signed-in");
+  script({Replies(R"({"ok":true})")});
+  Child child(setup());
+  EXPECT_EQ(nextSessionLine()["outcome"], "ok");
+  const std::string before = sessionLog();
+  script({Replies(R"({"ok":false,"error":"starting"})")});
+  EXPECT_EQ(nextSessionLine(before), Json({{"report", "signed-in"}, {"outcome", "starting"}}));
+  EXPECT_EQ(terminate(child).status, 0);
 }
 
 }  // namespace

@@ -49,6 +49,14 @@ TEST_F(Usage, RefusesWhatItDoesNotUnderstand) {
       {"proxy", "none", "x"},
       {"time", "zone"},
       {"time", "now"},
+      {"updates"},
+      {"updates", "remove"},
+      {"updates", "list", "--no-wait"},
+      {"updates", "install", "Safari"},
+      {"updates", "check", "--interval", "0"},
+      {"session"},
+      {"session", "busy"},
+      {"session", "live", "idle"},
   };
   for (const std::vector<std::string>& arguments : wrong) {
     const ChildResult result = run(arguments);
@@ -92,7 +100,15 @@ TEST_F(Usage, HelpsWithEveryVerb) {
                                                        {"time"},
                                                        {"time", "zone"},
                                                        {"time", "sync"},
-                                                       {"time", "show"}};
+                                                       {"time", "show"},
+                                                       {"updates"},
+                                                       {"updates", "list"},
+                                                       {"updates", "check"},
+                                                       {"updates", "install"},
+                                                       {"session"},
+                                                       {"session", "live"},
+                                                       {"session", "signed-in"},
+                                                       {"session", "idle"}};
   for (std::vector<std::string> verb : verbs) {
     EXPECT_THAT(run({"--help"}).output, HasSubstr("\n  " + verb.front() + " "));
     verb.emplace_back("--help");
