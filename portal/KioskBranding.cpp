@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -50,8 +49,8 @@ std::string Shown(const std::string& digest) { return digest.substr(0, kDigestSh
 std::int64_t WholeNumber(const Json& value) {
   std::int64_t integer = 0;
   if (KioskIsInteger(value, integer)) return integer;
-  constexpr double kMost = 9e18;
-  return static_cast<std::int64_t>(std::clamp(KioskNumber(value).value_or(0), -kMost, kMost));
+  // Numbers with a fraction are far from the limits of 64 bits.
+  return static_cast<std::int64_t>(KioskNumber(value).value_or(0));
 }
 
 Json Photo(const Json& entry) {
@@ -219,9 +218,10 @@ std::optional<std::string> KioskDaemon::fetchPhoto(const std::string& digest,
     _brandingFailed.erase(digest);
     return std::move(answer.data);
   }
-  if (_brandingFailed.size() >= kKioskMaximumBrandingFailures) _brandingFailed.clear();
-  if (_brandingFailed.insert(digest).second) {
+  if (!_brandingFailed.contains(digest)) {
     KioskLogError("branding: could not fetch photo %@ (HTTP %ld)", Shown(digest), answer.status);
+    if (_brandingFailed.size() >= kKioskMaximumBrandingFailures) _brandingFailed.clear();
+    _brandingFailed.insert(digest);
   }
   return std::nullopt;
 }
