@@ -95,17 +95,25 @@ std::optional<Json> KioskOsUpdates::list(KioskError& error) {
   const std::int32_t status = KioskRun(kSoftwareUpdate, {"-l"}, &output);
   if (status != 0) {
     error = KioskSoftwareUpdateError(output);
+    noteFailure(*error);
     KioskLogError("softwareupdate -l exited %d: %@", status, output);
-    const std::lock_guard lock(_lock);
-    _error = error;
     return std::nullopt;
   }
   Json updates = KioskSoftwareUpdateParse(output);
+  noteUpdates(updates);
   KioskLog("OS updates: %lu pending", updates.size());
+  return updates;
+}
+
+void KioskOsUpdates::noteFailure(const std::string& error) {
+  const std::lock_guard lock(_lock);
+  _error = error;
+}
+
+void KioskOsUpdates::noteUpdates(const Json& updates) {
   const std::lock_guard lock(_lock);
   _updates = updates;
   _lastChecked = platform::ClockSecondsSince1970();
-  return updates;
 }
 
 Json KioskOsUpdates::installNow() {

@@ -43,6 +43,8 @@ class KioskOsUpdates : public std::enable_shared_from_this<KioskOsUpdates> {
 
  private:
   std::optional<Json> list(KioskError& error);
+  void noteFailure(const std::string& error);
+  void noteUpdates(const Json& updates);
   Json checkNow();
   Json installNow();
   void followProgress(std::string_view chunk);

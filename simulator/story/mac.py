@@ -26,6 +26,8 @@ POWER = "private/var/simulated/power.json"
 CLOCK = "private/var/simulated/time.json"
 NETWORK = "Library/Preferences/SystemConfiguration/preferences.plist"
 LOCAL_TIME = "private/etc/localtime"
+BRANDING = "Library/Application Support/Brindlex/Kiosk/Branding"
+SYSTEM_VERSION = "System/Library/CoreServices/SystemVersion.plist"
 # What a Mac notes down while it runs. Nothing else may be left behind by what happened on it.
 NOTES = {
     LOGS,
@@ -35,8 +37,11 @@ NOTES = {
     "private/var/simulated/launchd.pid",
     "private/var/simulated/gui",
 }
-# What the technician sets on the Mac is the Mac's afterwards.
-SETTINGS = {NETWORK, f"{NETWORK}-lock", LOCAL_TIME, CLOCK, "private/var/simulated/network.json"}
+# What the technician sets on the Mac is the Mac's afterwards, and so is its newer version.
+SETTINGS = {NETWORK, f"{NETWORK}-lock", LOCAL_TIME, CLOCK, "private/var/simulated/network.json",
+            SYSTEM_VERSION}
+# What the story itself does to the Mac.
+PROPS = {"private/var/simulated/updates.json", "private/var/simulated/clock.json"}
 # Files whose meaning counts, not their spelling.
 PARSED = {STATE_FILE: json.loads, LOGIN_WINDOW: plistlib.loads, POWER: json.loads}
 
@@ -162,7 +167,7 @@ class Mac:
 
     @staticmethod
     def is_kept(name):
-        return not {name, *map(str, pathlib.PurePath(name).parents)} & (NOTES | SETTINGS)
+        return not {name, *map(str, pathlib.PurePath(name).parents)} & (NOTES | SETTINGS | PROPS)
 
     def entry(self, name):
         path = self.file(name)
