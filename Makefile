@@ -63,7 +63,7 @@ asan: build
 	@find build/$@ -name '*.gcda' -delete
 	scripts/as-root $(CTEST) --test-dir build/$@
 
-# The tests that have more than one thread: the others' queues are run by virtual time.
+# The daemon's tests with real queues; in the others virtual time runs the queues on one thread.
 THREADED := contract_tests listener_tests updates_tests
 tsan: build
 	@cmake --preset $@ >/dev/null

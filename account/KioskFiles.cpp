@@ -1,7 +1,6 @@
 #include "account/KioskFiles.h"
 
 #include <dirent.h>
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -21,7 +20,6 @@ namespace {
 
 // Without waiting: a FIFO in a file's place must not hold up the start.
 constexpr int kReadFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-constexpr int kDirectoryFlags = O_RDONLY | O_NOFOLLOW | O_DIRECTORY | O_CLOEXEC;
 constexpr int kCreateFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
 
 std::string TemporaryName(const std::string& name) {
@@ -74,14 +72,14 @@ std::optional<std::string> KioskReadAt(int directory, const std::string& name,
 }
 
 KioskDescriptor KioskOpenDirectory(const std::string& path) {
-  KioskDescriptor directory(open("/", kDirectoryFlags));
+  KioskDescriptor directory(open("/", kKioskDirectoryFlags));
   std::size_t at = 0;
   while (directory && at < path.size()) {
     const std::size_t end = std::min(path.find('/', at), path.size());
     const std::string component = path.substr(at, end - at);
     at = end + 1;
     if (component.empty()) continue;
-    KioskDescriptor next(openat(directory.get(), component.c_str(), kDirectoryFlags));
+    KioskDescriptor next(openat(directory.get(), component.c_str(), kKioskDirectoryFlags));
     const int error = errno;
     directory = std::move(next);
     errno = error;
@@ -116,7 +114,7 @@ bool KioskWriteAt(int directory, const std::string& name, const std::string& dat
 
 std::vector<std::string> KioskListDir(int directory) {
   // Opened anew and not duplicated, because duplicates share their position.
-  KioskDescriptor again(openat(directory, ".", kDirectoryFlags));
+  KioskDescriptor again(openat(directory, ".", kKioskDirectoryFlags));
   const std::unique_ptr<DIR, int (*)(DIR*)> stream(fdopendir(again.get()), closedir);
   if (!stream) return {};
   static_cast<void>(again.release());  // the stream's now

@@ -2,6 +2,7 @@
 // explicit owner and mode. Any thread.
 #pragma once
 
+#include <fcntl.h>
 #include <sys/types.h>
 
 #include <cstddef>
@@ -10,6 +11,12 @@
 #include <vector>
 
 #include "account/KioskDescriptor.h"
+
+/// How directories are opened: never through a link.
+inline constexpr int kKioskDirectoryFlags = O_RDONLY | O_NOFOLLOW | O_DIRECTORY | O_CLOEXEC;
+
+/// The bits of a mode that chmod sets.
+inline constexpr mode_t kKioskPermissionBits = 07777;
 
 /// The whole content of a regular file of at most kKioskMaximumFileBytes, or nothing when there is
 /// no such file or it cannot be read.

@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "account/KioskDescriptor.h"
+#include "core/KioskLimits.h"
 #include "core/KioskLog.h"
 #include "core/KioskText.h"
 #include "platform/Process.h"
@@ -120,7 +121,7 @@ std::string ReadToEnd(int descriptor, const std::function<void(std::string_view)
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) return bytes;
     const std::string_view chunk(buffer.data(), static_cast<std::size_t>(count));
-    bytes += chunk;
+    bytes += chunk.substr(0, kKioskMaximumOutputBytes - bytes.size());
     if (onChunk) onChunk(chunk);
   }
 }
@@ -153,7 +154,7 @@ std::int32_t KioskRunFollowing(const std::string& path, const std::vector<std::s
   }
   // First everything the tool says, then its end: a tool that fills the pipe never waits for us
   // while we wait for it.
-  pipe.writeEnd.close();
+  static_cast<void>(pipe.writeEnd.close());
   const std::string bytes = ReadToEnd(pipe.readEnd.get(), onChunk);
   const std::int32_t status = WaitFor(child);
   if (output != nullptr) *output = KioskIsUtf8(bytes) ? KioskTrim(bytes) : std::string_view();

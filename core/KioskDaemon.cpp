@@ -23,14 +23,12 @@ constexpr char kStateFile[] = "/Library/Application Support/Brindlex/Kiosk/state
 constexpr mode_t kVendorDirMode = 0755;
 constexpr mode_t kStateDirMode = 0711;
 constexpr mode_t kStateFileMode = 0600;
-constexpr mode_t kPermissionBits = 07777;
-constexpr int kDirectoryFlags = O_RDONLY | O_NOFOLLOW | O_DIRECTORY | O_CLOEXEC;
 
 // An existing directory is the normal case. The mode is set explicitly because the one given at
 // creation was cut by the process's mask.
 void MakeDirectory(const char* path, mode_t mode) {
   if (mkdir(path, mode) != 0) return;
-  static_cast<void>(fchmod(KioskDescriptor(open(path, kDirectoryFlags)).get(), mode));
+  static_cast<void>(fchmod(KioskDescriptor(open(path, kKioskDirectoryFlags)).get(), mode));
 }
 
 }  // namespace
@@ -70,9 +68,9 @@ void KioskDaemon::ensureStateDir() const {
     return;
   }
   // A failed repair shows as a failed save, which is logged.
-  const KioskDescriptor directory(open(kStateDir, kDirectoryFlags));
+  const KioskDescriptor directory(open(kStateDir, kKioskDirectoryFlags));
   if (info.st_uid != 0 || info.st_gid != 0) static_cast<void>(fchown(directory.get(), 0, 0));
-  if ((info.st_mode & kPermissionBits) != kStateDirMode) {
+  if ((info.st_mode & kKioskPermissionBits) != kStateDirMode) {
     static_cast<void>(fchmod(directory.get(), kStateDirMode));
   }
 }

@@ -217,7 +217,9 @@ class KioskDaemon : public std::enable_shared_from_this<KioskDaemon> {
   void installInWindow(const std::string& window);
   void finishWindowRun(const Json& result, const std::string& window);
   void recordUpdateRun(const Json& result);
-  KioskOsUpdates::Completion onQueue(std::function<void(KioskDaemon&, const Json&)> work);
+  // What the driver shall call when it is done: has `work` done on the work queue with the result,
+  // if there still is a daemon then.
+  KioskOsUpdates::Completion onWorkQueue(std::function<void(KioskDaemon&, const Json&)> work);
 
   Json _state = Json::object();             // the state dictionary
   std::optional<platform::Timer> _timer;    // the check-in timer, made on first use

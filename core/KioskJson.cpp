@@ -1,7 +1,10 @@
 #include "core/KioskJson.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <exception>
+#include <limits>
 
 #include "core/KioskLimits.h"
 
@@ -25,6 +28,13 @@ bool NestsTooDeep(std::string_view text) {
     }
   }
   return false;
+}
+
+std::int64_t Clamped(double whole) {
+  constexpr double limit = 9223372036854775808.0;  // 2^63
+  if (whole >= limit) return std::numeric_limits<std::int64_t>::max();
+  if (whole < -limit) return std::numeric_limits<std::int64_t>::min();
+  return static_cast<std::int64_t>(whole);
 }
 
 }  // namespace
@@ -55,6 +65,23 @@ std::optional<double> KioskNumber(const Json& value) {
   if (value.is_boolean()) return value.get<bool>() ? 1 : 0;
   if (value.is_number()) return value.get<double>();
   return std::nullopt;
+}
+
+bool KioskIsInteger(const Json& value, std::int64_t& integer) {
+  if (value.is_number_unsigned()) {
+    constexpr std::uint64_t limit = std::numeric_limits<std::int64_t>::max();
+    integer = static_cast<std::int64_t>(std::min(value.get<std::uint64_t>(), limit));
+    return true;
+  }
+  if (value.is_number_integer()) {
+    integer = value.get<std::int64_t>();
+    return true;
+  }
+  if (!value.is_number_float() || value.get<double>() != std::floor(value.get<double>())) {
+    return false;
+  }
+  integer = Clamped(value.get<double>());
+  return true;
 }
 
 std::optional<bool> KioskTruth(const Json& value) {

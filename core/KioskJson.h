@@ -1,6 +1,7 @@
 // JSON text and the daemon's way of reading loosely typed values.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -19,6 +20,10 @@ const Json& KioskMember(const Json& object, const char* key);
 
 /// A number, or a boolean as 1 or 0; nothing for anything else.
 std::optional<double> KioskNumber(const Json& value);
+
+/// Whether `value` is a number without fraction and not a boolean; if so, its value goes to
+/// `integer`, clamped to the 64-bit range.
+bool KioskIsInteger(const Json& value, std::int64_t& integer);
 
 /// The truth of a number or boolean (a boolean counts as a number); nothing for anything else.
 std::optional<bool> KioskTruth(const Json& value);

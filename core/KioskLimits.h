@@ -19,6 +19,9 @@ inline constexpr std::size_t kKioskMaximumRequestBytes = std::size_t{64} << 10;
 /// Longest file that is read, in bytes: far more than the state file can grow to.
 inline constexpr std::size_t kKioskMaximumFileBytes = std::size_t{64} << 20;
 
+/// Longest output of a tool, in bytes, that is kept; what follows is read and dropped.
+inline constexpr std::size_t kKioskMaximumOutputBytes = std::size_t{128} << 20;
+
 /// Longest pairing code, in bytes, that is kept and handed on.
 inline constexpr std::size_t kKioskMaximumPairingCodeBytes = 256;
 
@@ -28,8 +31,9 @@ inline constexpr std::size_t kKioskMaximumExtraHosts = 10;
 /// Largest "branding.json", in bytes, that is compared with a new one; a larger one is replaced.
 inline constexpr std::size_t kKioskMaximumBrandingBytes = std::size_t{1} << 20;
 
-/// Most photos that are remembered as not to be had; with more, each may be reported again.
-inline constexpr std::size_t kKioskMaximumBrandingFailures = 10'000;
+/// Most photos that are remembered as not to be had; with more, each may be reported again. More
+/// than fit into one answer.
+inline constexpr std::size_t kKioskMaximumBrandingFailures = 16'384;
 
 /// Longest terminal name in UTF-16 code units.
 inline constexpr std::size_t kKioskMaximumTerminalName = 80;

@@ -125,21 +125,14 @@ std::size_t KioskNextLine(std::string_view text, std::size_t start) {
   return text.size();
 }
 
-std::vector<std::string_view> KioskLines(std::string_view text) {
-  std::vector<std::string_view> lines;
-  std::size_t at = 0;
-  while (at < text.size()) {
+std::string_view KioskLastLine(std::string_view text) {
+  std::size_t start = 0;
+  for (std::size_t at = 0; at < text.size();) {
     const std::size_t length = NewlineLength(text.substr(at));
-    if (length == 0) {
-      ++at;
-      continue;
-    }
-    lines.push_back(text.substr(0, at));
-    text.remove_prefix(at + length);
-    at = 0;
+    at += std::max<std::size_t>(length, 1);
+    if (length != 0) start = at;
   }
-  lines.push_back(text);
-  return lines;
+  return text.substr(start);
 }
 
 std::string KioskLowerCase(std::string_view text) {

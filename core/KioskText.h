@@ -6,7 +6,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 /// Whether the character is one of the ten digits of ASCII.
 constexpr bool KioskIsDigit(char c) { return c >= '0' && c <= '9'; }
@@ -35,9 +34,8 @@ bool KioskStartsWithWordCharacter(std::string_view text);
 /// when there is none.
 std::size_t KioskNextLine(std::string_view text, std::size_t start);
 
-/// The pieces of the text between its newlines, of which it has one more than newlines. They point
-/// into `text`.
-std::vector<std::string_view> KioskLines(std::string_view text);
+/// What follows the text's last newline. The result points into `text`.
+std::string_view KioskLastLine(std::string_view text);
 
 /// The text in lower case as far as that is ASCII; other characters stay.
 std::string KioskLowerCase(std::string_view text);

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <cstring>
 #include <set>
-#include <string_view>
+#include <utility>
 
 #include "account/KioskFiles.h"
 #include "core/KioskDaemon.h"
@@ -18,7 +18,6 @@
 #include "core/KioskText.h"
 #include "platform/Crypto.h"
 #include "portal/KioskHttp.h"
-#include "settings/KioskPower.h"
 
 namespace {
 
@@ -29,8 +28,6 @@ constexpr std::size_t kDigestLength = 64;
 constexpr std::size_t kDigestShown = 12;
 constexpr mode_t kDirectoryMode = 0755;
 constexpr mode_t kFileMode = 0644;
-constexpr mode_t kPermissionBits = 07777;
-constexpr int kDirectoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 std::string StringOr(const Json& value, const char* otherwise) {
   return value.is_string() ? value.get<std::string>() : otherwise;
@@ -49,7 +46,7 @@ std::string Shown(const std::string& digest) { return digest.substr(0, kDigestSh
 std::int64_t WholeNumber(const Json& value) {
   std::int64_t integer = 0;
   if (KioskIsInteger(value, integer)) return integer;
-  // Numbers with a fraction are far from the limits of 64 bits.
+  // A number with a fraction is below 2^53, so that it fits.
   return static_cast<std::int64_t>(KioskNumber(value).value_or(0));
 }
 
@@ -85,7 +82,7 @@ struct Place {
 };
 
 KioskDescriptor OpenAt(const KioskDescriptor& parent, const std::string& name) {
-  return KioskDescriptor(openat(parent.get(), name.c_str(), kDirectoryFlags));
+  return KioskDescriptor(openat(parent.get(), name.c_str(), kKioskDirectoryFlags));
 }
 
 // The cache's directory, made if need be, with owner and mode as they must be; no descriptor when
@@ -106,15 +103,24 @@ KioskDescriptor OpenCache(const std::string& dir, uid_t uid, gid_t gid) {
     KioskLogError("%@ is not owned by uid %u; leaving it alone", dir, uid);
     return {};
   }
-  if ((info.st_mode & kPermissionBits) != kDirectoryMode) {
-    static_cast<void>(fchmod(cache.get(), kDirectoryMode));  // fails on a read-only disk only
+  if ((info.st_mode & kKioskPermissionBits) != kDirectoryMode) {
+    static_cast<void>(fchmod(cache.get(), kDirectoryMode));  // or the next sync does it
   }
   return cache;
 }
 
-// What KioskBrandingApply works with.
+// Deletes the directory's entries whose names are not among `kept`. A directory among them stays:
+// unlink does not take it.
+void RemoveAllBut(const KioskDescriptor& directory, const std::set<std::string>& kept) {
+  for (const std::string& name : KioskListDir(directory.get())) {
+    if (!kept.contains(name)) static_cast<void>(unlinkat(directory.get(), name.c_str(), 0));
+  }
+}
+
+// Writes into the cache's directory.
 class Cache {
  public:
+  // The directory's descriptor stays the caller's.
   Cache(const KioskDescriptor& directory, uid_t uid, gid_t gid)
       : _directory(directory.get()), _uid(uid), _gid(gid) {}
 
@@ -143,13 +149,6 @@ class Cache {
     if (!text) return false;
     if (KioskReadAt(_directory, kBrandingFile, kKioskMaximumBrandingBytes) == text) return true;
     return KioskWriteAt(_directory, kBrandingFile, *text, kFileMode, _uid, _gid);
-  }
-
-  // A directory among the entries stays: unlink does not take it.
-  void removeAllBut(const std::set<std::string>& kept) const {
-    for (const std::string& name : KioskListDir(_directory)) {
-      if (!kept.contains(name)) static_cast<void>(unlinkat(_directory, name.c_str(), 0));
-    }
   }
 
  private:
@@ -185,7 +184,7 @@ bool KioskBrandingApply(const std::string& dir, const std::optional<Json>& proje
     if (!cache.keepPhoto(digest, fetch)) complete = false;
   }
   if (!cache.keepProjection(*projection)) complete = false;
-  cache.removeAllBut(kept);
+  RemoveAllBut(directory, kept);
   return complete;
 }
 
@@ -195,8 +194,8 @@ void KioskBrandingClear(const std::string& dir) {
   if (!parent) return;
   KioskDescriptor directory = OpenAt(parent, place.name);
   if (!directory) return;
-  Cache(directory, 0, 0).removeAllBut({});
-  directory.close();
+  RemoveAllBut(directory, {});
+  static_cast<void>(directory.close());
   if (unlinkat(parent.get(), place.name.c_str(), AT_REMOVEDIR) == 0) {
     KioskLog("branding: cache cleared");
   }

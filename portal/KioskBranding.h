@@ -27,7 +27,8 @@ std::optional<Json> KioskBrandingProjection(const Json& branding, const Json& te
 /// fetches the photos that are missing, keeps those whose bytes have their digest, rewrites
 /// "branding.json" if it changed, and deletes everything else; without a projection clears it. All
 /// of it belongs to `uid` and `gid`; a directory of somebody else is left alone. True when the
-/// cache is complete now. Failures are logged; what was cached stays. Any thread.
+/// cache is complete now. Failures are logged; what was cached stays. As many photos are fetched as
+/// the projection has, one after the other. Any thread.
 bool KioskBrandingApply(const std::string& dir, const std::optional<Json>& projection,
                         const KioskPhotoFetcher& fetch, uid_t uid, gid_t gid);
 

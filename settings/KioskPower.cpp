@@ -1,8 +1,5 @@
 #include "settings/KioskPower.h"
 
-#include <algorithm>
-#include <cmath>
-#include <limits>
 #include <set>
 #include <string>
 
@@ -13,13 +10,6 @@ namespace {
 
 constexpr std::int64_t kLongestTimeoutMinutes = 240;
 constexpr std::size_t kDaysOfWeek = 7;
-
-std::int64_t Clamped(double whole) {
-  constexpr double limit = 9223372036854775808.0;  // 2^63
-  if (whole >= limit) return std::numeric_limits<std::int64_t>::max();
-  if (whole < -limit) return std::numeric_limits<std::int64_t>::min();
-  return static_cast<std::int64_t>(whole);
-}
 
 bool IsTimeout(const Json& value, std::int64_t& minutes) {
   return KioskIsInteger(value, minutes) && minutes >= 0 && minutes <= kLongestTimeoutMinutes;
@@ -48,23 +38,6 @@ std::optional<Json> ScheduleFrom(const Json& value) {
 }
 
 }  // namespace
-
-bool KioskIsInteger(const Json& value, std::int64_t& integer) {
-  if (value.is_number_unsigned()) {
-    constexpr std::uint64_t limit = std::numeric_limits<std::int64_t>::max();
-    integer = static_cast<std::int64_t>(std::min(value.get<std::uint64_t>(), limit));
-    return true;
-  }
-  if (value.is_number_integer()) {
-    integer = value.get<std::int64_t>();
-    return true;
-  }
-  if (!value.is_number_float() || value.get<double>() != std::floor(value.get<double>())) {
-    return false;
-  }
-  integer = Clamped(value.get<double>());
-  return true;
-}
 
 bool KioskClock(const Json& value, int& minutes) {
   if (!value.is_string()) return false;

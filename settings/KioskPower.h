@@ -1,14 +1,9 @@
 // The power policy: when the screen and the Mac sleep, and the daily schedule. Any thread.
 #pragma once
 
-#include <cstdint>
 #include <optional>
 
 #include "platform/Json.h"
-
-/// Whether `value` is a number without fraction and not a boolean; if so, its value goes to
-/// `integer`, clamped to the 64-bit range.
-bool KioskIsInteger(const Json& value, std::int64_t& integer);
 
 /// Whether `value` is a 24-hour time of day, as a whole: "^([01][0-9]|2[0-3]):[0-5][0-9]$"; if so,
 /// `minutes` receives the minutes since midnight.

@@ -1,6 +1,7 @@
 #include "updates/KioskOsUpdates.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <utility>
 
 #include "account/KioskRun.h"
@@ -137,8 +138,7 @@ Json KioskOsUpdates::installNow() {
   return RunResult("ok", 0, restart);
 }
 
-// A chunk by itself: what was cut in two by chance is not put together again, the next one says it
-// anew.
+// A chunk by itself: a reading that was cut in two by chance is not put together again.
 void KioskOsUpdates::followProgress(std::string_view chunk) {
   const double progress =
       KioskIsUtf8(chunk) ? KioskSoftwareUpdateProgress(chunk) : kUnknownProgress;

@@ -64,7 +64,7 @@ std::optional<std::string> TitleIn(std::string_view line) {
   const std::string_view title = rest->substr(0, end);
   const std::string_view behind = rest->substr(end + kVersion.size());
   const std::string_view version = behind.substr(0, behind.find(','));
-  // No version is part of every title.
+  // An empty version counts as contained in every title.
   return Contains(title, version) ? std::string(title)
                                   : std::string(title) + " " + std::string(version);
 }
@@ -112,8 +112,10 @@ std::string Beginning(std::string_view text, std::size_t units) {
 
 Json KioskSoftwareUpdateParse(std::string_view text) {
   Json updates = Json::array();
-  for (const std::string_view whole : KioskLines(text)) {
-    const std::string_view line = KioskTrimBlanks(whole);
+  for (std::size_t start = 0; start < text.size();) {
+    const std::size_t next = KioskNextLine(text, start);
+    const std::string_view line = KioskTrim(text.substr(start, next - start));
+    start = next;
     if (const std::optional<std::string> label = LabelIn(line)) {
       updates.push_back(
           {{"id", *label}, {"title", *label}, {"sizeBytes", 0}, {"restartRequired", false}});
@@ -138,6 +140,6 @@ double KioskSoftwareUpdateProgress(std::string_view text) {
 
 std::string KioskSoftwareUpdateError(std::string_view output) {
   if (Contains(KioskLowerCase(output), "password")) return "authorization_required";
-  const std::string_view line = KioskTrim(KioskLines(output).back());
+  const std::string_view line = KioskTrim(KioskLastLine(output));
   return line.empty() ? "failed" : Beginning(line, kLongestErrorLine);
 }

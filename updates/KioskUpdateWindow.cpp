@@ -1,119 +1,59 @@
-// Installing OS updates by themselves: inside the policy's window, once, while nobody uses the
-// terminal.
-#include "account/KioskRestart.h"
-#include "core/KioskDaemon.h"
+#include "updates/KioskUpdateWindow.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+
 #include "core/KioskJson.h"
-#include "core/KioskLog.h"
-#include "core/KioskText.h"
-#include "platform/Calendar.h"
-#include "platform/Clock.h"
-#include "updates/KioskUpdates.h"
+#include "settings/KioskPower.h"
 
 namespace {
 
-constexpr std::uint64_t kReportFreshNs = 150'000'000'000;
-constexpr std::uint64_t kRetryAfterNs = 900'000'000'000;
+constexpr int kMinutesPerHour = 60;
+constexpr int kDaysPerWeek = 7;
 
-std::optional<std::string> WindowOpenNow(const Json& policy) {
-  const double now = platform::ClockSecondsSince1970();
-  return KioskUpdateWindowKey(policy["window"], platform::CalendarCivilTime(now));
+bool OpensOn(const Json& window, int weekday) {
+  const Json& days = KioskMember(window, "days");
+  return std::find(days.begin(), days.end(), Json(weekday)) != days.end();
 }
 
-Json MemberOr(const Json& object, const char* key, Json absent) {
-  return object.contains(key) ? object[key] : std::move(absent);
+std::string DateText(long year, long month, long day) {
+  std::array<char, 64> text{};
+  std::snprintf(text.data(), text.size(), "%04ld-%02ld-%02ld", year, month, day);
+  return text.data();
+}
+
+std::string DateOf(const platform::CivilTime& time) {
+  return DateText(time.year, time.month, time.day);
+}
+
+// By the calendar: where the clocks change, 24 hours before now may be another day.
+std::string DateBefore(const platform::CivilTime& time) {
+  namespace chrono = std::chrono;
+  const chrono::year_month_day today{chrono::year{time.year},
+                                     chrono::month{static_cast<unsigned>(time.month)},
+                                     chrono::day{static_cast<unsigned>(time.day)}};
+  const chrono::year_month_day before{chrono::sys_days{today} - chrono::days{1}};
+  return DateText(static_cast<int>(before.year()), static_cast<unsigned>(before.month()),
+                  static_cast<unsigned>(before.day()));
 }
 
 }  // namespace
 
-// A silent application stops holding updates back after a while.
-bool KioskDaemon::userBusy() const {
-  if (_userReportNs == 0) return false;
-  if (platform::ClockMonotonicNs() - _userReportNs > kReportFreshNs) return false;
-  return _userLive || _userSignedIn;
-}
-
-Json KioskDaemon::sessionReport(const Json& request, KioskPeer peer) {
-  uid_t uid = 0;
-  if (!ownAccount(&uid) || uid != peer.uid) return KioskFailure("not_permitted");
-  const bool live = KioskMember(request, "live") == true;
-  const bool signedIn = KioskMember(request, "signedIn") == true;
-  if (_userReportNs == 0 || live != _userLive || signedIn != _userSignedIn) {
-    KioskLog("kiosk session: stream %@, %@", live ? "live" : "idle",
-             signedIn ? "signed in" : "signed out");
+std::optional<std::string> KioskUpdateWindowKey(const Json& window,
+                                                const platform::CivilTime& now) {
+  int start = 0;
+  int end = 0;
+  if (!KioskClock(KioskMember(window, "start"), start)) return std::nullopt;
+  if (!KioskClock(KioskMember(window, "end"), end)) return std::nullopt;
+  const int minute = now.hour * kMinutesPerHour + now.minute;
+  const int today = now.weekday - 1;  // 0 = Sunday, as in the policy
+  const int yesterday = (today + kDaysPerWeek - 1) % kDaysPerWeek;
+  const bool pastMidnight = start >= end;
+  if (minute >= start && (pastMidnight || minute < end) && OpensOn(window, today)) {
+    return DateOf(now);
   }
-  _userLive = live;
-  _userSignedIn = signedIn;
-  _userReportNs = platform::ClockMonotonicNs();
-  return KioskSuccess();
-}
-
-void KioskDaemon::enforceUpdates() {
-  const std::optional<Json> updates = policy("updates");
-  if (!updates || (*updates)["automatic"] != true || !flag("provisioned")) return;
-  const std::optional<std::string> window = WindowOpenNow(*updates);
-  if (!window || window == string("updatesWindowDone") || _os->busy()) return;
-  const std::uint64_t now = platform::ClockMonotonicNs();
-  if (_updatesRetryNs != 0 && now < _updatesRetryNs) return;
-  // Set before it is known whether the terminal is in use: a deferral waits as long.
-  _updatesRetryNs = now + kRetryAfterNs;
-  if (userBusy()) {
-    deferUpdates();
-  } else {
-    installInWindow(*window);
-  }
-}
-
-void KioskDaemon::deferUpdates() {
-  KioskLog("OS updates deferred: %@",
-           _userLive ? "a stream session is live" : "someone is signed in at the terminal");
-  const Json& last = KioskMember(_state, "osUpdates");
-  recordUpdateRun({{"result", "deferred"}, {"pending", MemberOr(last, "pending", 0)}});
-}
-
-void KioskDaemon::installInWindow(const std::string& window) {
-  KioskLog("OS updates: the %@ window is open; installing", window);
-  // That the driver has become busy leaves nothing to record.
-  static_cast<void>(_os->install(onQueue([window](KioskDaemon& daemon, const Json& result) {
-    daemon.finishWindowRun(result, window);
-  })));
-}
-
-// The driver calls back on its own queue, where the state may not be touched, and perhaps after the
-// daemon's end.
-KioskOsUpdates::Completion KioskDaemon::onQueue(
-    std::function<void(KioskDaemon&, const Json&)> work) {
-  return [weak = weak_from_this(), queue = _queue, work = std::move(work)](const Json& result) {
-    queue.async([weak, work, result] {
-      if (const auto daemon = weak.lock()) work(*daemon, result);
-    });
-  };
-}
-
-// A window has one run, whatever comes of it.
-void KioskDaemon::finishWindowRun(const Json& result, const std::string& window) {
-  _state["updatesWindowDone"] = window;
-  recordUpdateRun(result);
-  if (KioskMember(result, "result") != "ok" || KioskMember(result, "restartRequired") != true) {
-    return;
-  }
-  const std::optional<Json> updates = policy("updates");
-  if (!updates || WindowOpenNow(*updates) != window) {
-    KioskLogError(
-        "OS updates need a restart, but the window has closed; it waits for the next restart");
-  } else if (userBusy()) {
-    KioskLog(
-        "OS updates need a restart, but the terminal is in use; it waits for the next restart");
-  } else {
-    KioskLog("OS updates need a restart; restarting inside the window");
-    KioskRestart();
-  }
-}
-
-void KioskDaemon::recordUpdateRun(const Json& result) {
-  _state["osUpdates"] = {{"lastRunAt", KioskIso8601(platform::ClockSecondsSince1970())},
-                         {"lastResult", MemberOr(result, "result", "failed")},
-                         {"pending", MemberOr(result, "pending", 0)},
-                         {"restartRequired", MemberOr(result, "restartRequired", false)},
-                         {"error", MemberOr(result, "error", nullptr)}};
-  save();
+  if (pastMidnight && minute < end && OpensOn(window, yesterday)) return DateBefore(now);
+  return std::nullopt;
 }

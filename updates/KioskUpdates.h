@@ -1,11 +1,8 @@
-// The OS update policy: whether updates install by themselves, and in which window of local time.
-// Any thread.
+// The OS update policy: whether and when updates install by themselves. Any thread.
 #pragma once
 
 #include <optional>
-#include <string>
 
-#include "platform/Calendar.h"
 #include "platform/Json.h"
 
 /// The policy of a terminal that was given none.
@@ -14,8 +11,3 @@ Json KioskUpdatesDefault();
 /// The policy that `value` amounts to, with exactly the known keys; nothing when any of them is
 /// invalid.
 std::optional<Json> KioskUpdatesParse(const Json& value);
-
-/// The day on which the window that is open at the local time `now` opened, "2026-10-08": a window
-/// past midnight keeps the day before, and one whose start is its end lasts a full day. Nothing
-/// when the window is closed or is none.
-std::optional<std::string> KioskUpdateWindowKey(const Json& window, const platform::CivilTime& now);

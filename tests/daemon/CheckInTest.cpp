@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "platform/PropertyList.h"
+#include "tests/daemon/BrandingPhoto.h"
 #include "tests/daemon/DaemonTest.h"
 
 namespace {
@@ -357,25 +358,45 @@ TEST_F(CheckIn, SaysNothingMoreAtTheInstantOfTheNote) {
 // --------------------------------------------------------------------
 
 TEST_F(CheckIn, AppliesAnAnswerInItsOrder) {
+  const BrandingPhoto abc = PhotoOf("abc");
+  const Json photo = {{"sha256", abc.digest}};
+  portal.answerText("GET /api/kiosk/branding/photos/" + abc.digest, 200, abc.bytes, "image/png");
   answerEnrolled({{"exitPassword", "let me out"},
                   {"updates", Json::parse(kUpdatesText)},
                   {"power", kPowerPolicy},
+                  {"branding", {{"displayName", "Acme"}, {"photos", Json::array({photo})}}},
                   {"name", "Lobby"},
                   {"signIn", {{"email", true}}}});
   startDaemon({{"token", "device-token"}});
   const std::vector<LogLine> lines = linesOfTheNextCheckIn();
-  const std::vector<std::string> beginnings = {"sign-in: ",
-                                               "terminal name: Lobby",
-                                               "power policy from ",
-                                               "updates policy from ",
-                                               "created BrindlexKiosk ",
-                                               "provisioned: ",
-                                               "power: screen off 10 min"};
+  const std::vector<std::string> beginnings = {
+      "sign-in: ",          "terminal name: Lobby",    "branding: cached photo ba7816bf8f01 ",
+      "power policy from ", "updates policy from ",    "created BrindlexKiosk ",
+      "provisioned: ",      "power: screen off 10 min"};
   ASSERT_EQ(lines.size(), beginnings.size());
   for (std::size_t i = 0; i < lines.size(); ++i) {
     EXPECT_TRUE(lines[i].text.starts_with(beginnings[i])) << lines[i].text;
   }
   EXPECT_EQ(mac.state()["exitPassword"], "let me out");
+}
+
+TEST_F(CheckIn, BrandsTheTerminalBetweenItsNameAndItsPolicies) {
+  const std::string digest = PhotoOf("abc").digest;
+  const Json photo = {{"sha256", digest}};
+  const std::string call = "GET /api/kiosk/branding/photos/" + digest;
+  Json stored;
+  portal.whenAsked(call, [&] { stored = mac.state(); });
+  linesOfACheckIn({{"branding", {{"displayName", "Acme"}, {"photos", Json::array({photo})}}},
+                   {"power", kPowerPolicy},
+                   {"exitPassword", "1234"},
+                   {"name", "Lobby"},
+                   {"signIn", {{"email", true}}}});
+  EXPECT_EQ(portal.requests(call).size(), 1U);
+  EXPECT_EQ(stored["signIn"]["email"], true);
+  EXPECT_EQ(stored["terminalName"], "Lobby");
+  EXPECT_FALSE(stored.contains("power"));
+  EXPECT_FALSE(stored.contains("exitPassword"));
+  EXPECT_EQ(mac.state()["power"], kPowerPolicy);
 }
 
 // --- sign-in options

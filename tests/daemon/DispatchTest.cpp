@@ -35,8 +35,11 @@ TEST_F(Dispatch, RefusesARequestThatIsNoObject) {
 TEST_F(Dispatch, KnowsCommandsByTheirExactNamesOnly) {
   startDaemon();
   for (const char* cmd :
-       {"", "Status", "STATUS", "statu", "statuss", " status", "status ", "status\n", "pair",
-        "pair.", "pair.Begin", "pair.begin.", "pair-begin", "restart", "restart.Now", "*", "%@"}) {
+       {"",           "Status",          "STATUS",         "statu",       "statuss",
+        " status",    "status ",         "status\n",       "pair",        "pair.",
+        "pair.Begin", "pair.begin.",     "pair-begin",     "restart",     "restart.Now",
+        "os",         "os.update",       "os.Updates",     "os.install ", "os_install",
+        "session",    "session.reports", "Session.report", "*",           "%@"}) {
     EXPECT_EQ(send({{"cmd", cmd}}), kUnknownCommand) << cmd;
   }
   EXPECT_EQ(portal.requests().size(), 0U);
@@ -68,6 +71,16 @@ TEST_F(Dispatch, HandsEachCommandToItsHandler) {
   EXPECT_EQ(send({{"cmd", "pair.begin"}}), (Json{{"ok", false}, {"error", "pairing_failed"}}));
   EXPECT_EQ(send({{"cmd", "pair.check"}}), (Json{{"ok", false}, {"error", "invalid_code"}}));
   EXPECT_EQ(send({{"cmd", "restart.now"}}), (Json{{"ok", false}, {"error", "not_pending"}}));
+  for (const char* cmd : {"os.updates", "os.install"}) {
+    EXPECT_EQ(send({{"cmd", cmd}}), (Json{{"ok", false}, {"error", "not_unlocked"}})) << cmd;
+  }
+  EXPECT_EQ(send({{"cmd", "session.report"}}), (Json{{"ok", false}, {"error", "not_permitted"}}));
+}
+
+TEST_F(Dispatch, HandsTheWholeRequestAndThePeerToTheHandler) {
+  startProvisioned();
+  EXPECT_EQ(send({{"cmd", "session.report"}, {"live", true}}, kioskUid()), (Json{{"ok", true}}));
+  EXPECT_EQ(mac.countLog("kiosk session: stream live, signed out"), 1U);
 }
 
 TEST_F(Dispatch, IgnoresKeysThatACommandDoesNotKnow) {

@@ -1,19 +1,17 @@
 // Reading files and writing them safely.
+#include <dirent.h>
 #include <fcntl.h>
-#include <sched.h>
-#include <sys/mount.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
-#include <cerrno>
-#include <csignal>
 #include <filesystem>
 #include <set>
 #include <thread>
 
 #include "account/KioskFiles.h"
+#include "tests/daemon/FileTrouble.h"
 #include "tests/daemon/MacTest.h"
 
 namespace {
@@ -22,8 +20,6 @@ namespace fs = std::filesystem;
 
 constexpr char kFolder[] = "/Users/Shared/folder";
 constexpr char kFile[] = "/Users/Shared/folder/file";
-constexpr uid_t kUser = 501;
-constexpr gid_t kStaff = 20;
 
 class KioskFilesTest : public MacTest {
  protected:
@@ -53,44 +49,18 @@ class KioskFilesTest : public MacTest {
     EXPECT_EQ(mac.list(kFolder), left);
   }
 
+  /// The folder's entries as the directory itself yields them.
+  static std::vector<std::string> namesInOrder() {
+    std::vector<std::string> names;
+    DIR* stream = opendir(kFolder);
+    while (const dirent* entry = readdir(stream)) names.emplace_back(entry->d_name);
+    closedir(stream);
+    std::erase_if(names, [](const std::string& name) { return name == "." || name == ".."; });
+    return names;
+  }
+
   const std::string temporary;
   std::size_t openBefore = 0;
-};
-
-/// Files can grow to `bytes` only, and reaching that is a short write.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t bytes) : _handler(std::signal(SIGXFSZ, SIG_IGN)) {
-    getrlimit(RLIMIT_FSIZE, &_before);
-    const rlimit limit = {bytes, _before.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~FileSizeLimit() {
-    setrlimit(RLIMIT_FSIZE, &_before);
-    std::signal(SIGXFSZ, _handler);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
- private:
-  void (*_handler)(int);
-  rlimit _before = {};
-};
-
-/// Runs with a user's rights to files until the end of the scope.
-class AsUser {
- public:
-  AsUser() { EXPECT_EQ(seteuid(kUser), 0); }
-  ~AsUser() { EXPECT_EQ(seteuid(0), 0); }
-  AsUser(const AsUser&) = delete;
-  AsUser& operator=(const AsUser&) = delete;
-};
-
-/// Mounts made by the test's process are its own. To be made before the process enters the Mac,
-/// whose root is no mount point.
-struct OwnMounts {
-  bool permitted =
-      unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 };
 
 /// A disk of 16 KiB is at the folder.
@@ -98,9 +68,10 @@ class SmallDiskTest : private OwnMounts, public KioskFilesTest {
  protected:
   void SetUp() override {
     if (!permitted) GTEST_SKIP() << "mounting is not permitted here";
-    ASSERT_EQ(mount("none", kFolder, "tmpfs", 0, "size=16k,mode=0755"), 0);
+    ASSERT_TRUE(disk.mountAt(kFolder));
   }
-  void TearDown() override { umount2(kFolder, MNT_DETACH); }
+
+  SmallDisk disk;
 };
 
 }  // namespace
@@ -325,7 +296,7 @@ TEST_F(SmallDiskTest, SaysThatTheDiskHasRoomForAPartOnly) {
 
 TEST_F(SmallDiskTest, SaysThatTheDiskCannotBeWritten) {
   mac.write(kFile, "old");
-  ASSERT_EQ(mount("none", kFolder, nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+  ASSERT_TRUE(disk.makeReadOnly());
   EXPECT_FALSE(write());
   expectNotWritten("cannot create " + temporary + ": Read-only file system", {"file"});
   EXPECT_EQ(mac.read(kFile), "old");
@@ -370,6 +341,92 @@ TEST_F(KioskFilesTest, ReadsAWholeFile) {
 TEST_F(KioskFilesTest, ReadsNothingFromWhatIsNoFile) {
   EXPECT_EQ(KioskReadFile(kFile), std::nullopt);
   EXPECT_EQ(KioskReadFile(kFolder), std::nullopt);
+  EXPECT_TRUE(mac.log().empty());
+}
+
+TEST_F(KioskFilesTest, ReadsAFileOfTheDirectoryUpToTheLimit) {
+  const KioskDescriptor directory = KioskOpenDirectory(kFolder);
+  const std::string content("a\0b\n", 4);
+  mac.write(kFile, content);
+  EXPECT_EQ(KioskReadAt(directory.get(), "file", 5), content);
+  EXPECT_EQ(KioskReadAt(directory.get(), "file", 4), content);
+  EXPECT_EQ(KioskReadAt(directory.get(), "file", 3), std::nullopt);
+  EXPECT_EQ(KioskReadAt(directory.get(), "file", 0), std::nullopt);
+  mac.write(kFile, "");
+  EXPECT_EQ(KioskReadAt(directory.get(), "file", 0), "");
+  EXPECT_TRUE(mac.log().empty());
+}
+
+TEST_F(KioskFilesTest, ReadsALargeFileOfTheDirectoryWhole) {
+  const KioskDescriptor directory = KioskOpenDirectory(kFolder);
+  const std::string content(100'000, 'c');
+  mac.write(kFile, content);
+  EXPECT_EQ(KioskReadAt(directory.get(), "file", content.size()), content);
+  EXPECT_EQ(KioskReadAt(directory.get(), "file", content.size() - 1), std::nullopt);
+}
+
+TEST_F(KioskFilesTest, ReadsFromTheDirectoryThatIsOpenAndNotFromItsPath) {
+  const KioskDescriptor directory = KioskOpenDirectory(kFolder);
+  mac.write(kFile, "mine");
+  fs::rename(kFolder, "/Users/Shared/elsewhere");
+  mac.write(kFile, "another");
+  EXPECT_EQ(KioskReadAt(directory.get(), "file", 100), "mine");
+}
+
+TEST_F(KioskFilesTest, ReadsNothingOfTheDirectoryButRegularFiles) {
+  const KioskDescriptor directory = KioskOpenDirectory(kFolder);
+  const auto read = [&](const char* name) { return KioskReadAt(directory.get(), name, 100); };
+  mac.write("/Users/Shared/target", "content");
+  fs::create_symlink("/Users/Shared/target", std::string(kFolder) + "/link");
+  fs::create_directory(std::string(kFolder) + "/directory");
+  ASSERT_EQ(mkfifo((std::string(kFolder) + "/pipe").c_str(), 0644), 0);
+  for (const char* name : {"link", "directory", "pipe", "missing"}) {
+    EXPECT_EQ(read(name), std::nullopt) << name;
+  }
+  EXPECT_TRUE(mac.log().empty());
+}
+
+TEST_F(KioskFilesTest, ListsTheEntriesOfADirectoryInItsOrder) {
+  const std::vector<std::string> names{"...", ".hidden", "a\nb", "directory", "file", "link"};
+  for (const char* name : {".hidden", "...", "a\nb", "file"}) {
+    mac.write(kFolder + ("/" + std::string(name)), "");
+  }
+  fs::create_directory(std::string(kFolder) + "/directory");
+  fs::create_symlink("/nothing", std::string(kFolder) + "/link");
+  const KioskDescriptor directory = KioskOpenDirectory(kFolder);
+  EXPECT_EQ(KioskListDir(directory.get()), namesInOrder());
+  std::vector<std::string> sorted = KioskListDir(directory.get());
+  std::ranges::sort(sorted);
+  EXPECT_EQ(sorted, names);
+}
+
+TEST_F(KioskFilesTest, ListsADirectoryOfManyEntriesAndAnEmptyOne) {
+  const KioskDescriptor directory = KioskOpenDirectory(kFolder);
+  EXPECT_TRUE(KioskListDir(directory.get()).empty());
+  for (int i = 0; i < 2000; ++i) mac.write(kFile + std::to_string(i), "");
+  EXPECT_EQ(KioskListDir(directory.get()).size(), 2000U);
+  EXPECT_EQ(KioskListDir(directory.get()), namesInOrder());
+}
+
+TEST_F(KioskFilesTest, LeavesTheDirectoryThatItListsOpenAndInItsPlace) {
+  for (int i = 0; i < 50; ++i) mac.write(kFile + std::to_string(i), "");
+  const KioskDescriptor directory = KioskOpenDirectory(kFolder);
+  EXPECT_EQ(KioskListDir(directory.get()).size(), 50U);
+  EXPECT_EQ(lseek(directory.get(), 0, SEEK_CUR), 0);
+  EXPECT_EQ(KioskListDir(directory.get()).size(), 50U);
+  EXPECT_TRUE(KioskWriteAt(directory.get(), "more", "", 0600, 0, 0));
+  EXPECT_EQ(KioskListDir(directory.get()).size(), 51U);
+}
+
+TEST_F(KioskFilesTest, ListsNothingOfWhatCannotBeRead) {
+  mac.write(kFile, "");
+  const KioskDescriptor file(open(kFile, O_RDONLY | O_CLOEXEC));
+  EXPECT_TRUE(KioskListDir(file.get()).empty());
+  EXPECT_TRUE(KioskListDir(-1).empty());
+  const KioskDescriptor gone = KioskOpenDirectory(kFolder);
+  fs::remove_all(kFolder);
+  EXPECT_TRUE(KioskListDir(gone.get()).empty());
+  EXPECT_EQ(fcntl(gone.get(), F_GETFD), FD_CLOEXEC);
   EXPECT_TRUE(mac.log().empty());
 }
 

@@ -116,6 +116,13 @@ TEST_F(KioskRunTest, DoesNotSearchForATool) {
   EXPECT_TRUE(mac.journal().empty());
 }
 
+TEST_F(KioskRunTest, KeepsTheBeginningOfOutputThatDoesNotEnd) {
+  constexpr std::size_t limit = std::size_t{128} << 20;
+  const std::string kilobytes = std::to_string((limit >> 10) + 500);
+  EXPECT_EQ(outputOf({"flood", kilobytes, "1"}).size(), limit - 1)
+      << "the last line end is trimmed";
+}
+
 TEST_F(KioskRunTest, TakesSeveralMegabytesOfStandardError) {
   const std::string output = outputOf({"flood", "5000", "9"});
   EXPECT_EQ(status, 9);

@@ -1,6 +1,7 @@
 // Start-up and the check-in timer.
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,20 @@ class Start : public DaemonTest {
   }
 
   std::size_t checkIns() const { return portal.requests(kCheckInCall).size(); }
+
+  // How often an install of OS updates was begun; the policy below wants that once a day.
+  std::size_t updateRuns() const {
+    const std::vector<LogLine> log = mac.log();
+    return static_cast<std::size_t>(std::count_if(log.begin(), log.end(), [](const LogLine& line) {
+      return line.text.ends_with("window is open; installing");
+    }));
+  }
+
+  static Json updatesAtOnce() {
+    return {{"automatic", true},
+            {"window",
+             {{"start", "00:00"}, {"end", "00:00"}, {"days", Json::array({0, 1, 2, 3, 4, 5, 6})}}}};
+  }
 };
 
 TEST_F(Start, SaysNotEnrolledAndArmsNoTimerWithoutAToken) {
@@ -203,6 +218,60 @@ TEST_F(Start, KeepsTheBackOffInMemoryOnly) {
   EXPECT_EQ(delaysAfter(3), (std::vector<double>{60, 120, 240}));
   restartDaemon();
   EXPECT_EQ(delaysAfter(1), (std::vector<double>{60}));
+}
+
+TEST_F(Start, LetsAPassOfTheUpdatePolicyFollowACheckIn) {
+  startSettled({{"updates", updatesAtOnce()}});
+  std::size_t before = 1;
+  portal.whenAsked(kCheckInCall, [&] { before = updateRuns(); });
+  runNextCheckIn();
+  EXPECT_EQ(before, 0U) << "neither at the start nor before the answer";
+  EXPECT_EQ(updateRuns(), 1U);
+  EXPECT_EQ(secondsUntilNext(), 30);
+}
+
+TEST_F(Start, LetsAPassOfTheUpdatePolicyFollowTheCheckInThatBringsIt) {
+  startSettled();
+  answerEnrolled({{"updates", updatesAtOnce()}});
+  runNextCheckIn();
+  EXPECT_EQ(updateRuns(), 1U);
+}
+
+TEST_F(Start, LetsAPassOfTheUpdatePolicyFollowACheckInThatFails) {
+  startSettled({{"updates", updatesAtOnce()}});
+  portal.stop();
+  runNextCheckIn();
+  EXPECT_EQ(updateRuns(), 1U);
+  EXPECT_EQ(secondsUntilNext(), 60);
+}
+
+TEST_F(Start, LetsAPassOfTheUpdatePolicyFollowAnAnswerThatItDoesNotUnderstand) {
+  startSettled({{"updates", updatesAtOnce()}});
+  portal.answer(kCheckInCall, 500, Json::object());
+  runNextCheckIn();
+  EXPECT_EQ(updateRuns(), 1U);
+}
+
+TEST_F(Start, LetsAPassOfTheUpdatePolicyFollowEveryCheckIn) {
+  startSettled({{"updates", updatesAtOnce()}});
+  runNextCheckIn();
+  // The next day's window, some check-ins later.
+  virtual_time::ShiftWallClock(24 * 3600);
+  virtual_time::Advance(900 * virtual_time::kSecondNs);
+  EXPECT_EQ(updateRuns(), 2U);
+}
+
+TEST_F(Start, LetsNoPassOfTheUpdatePolicyFollowATimerWithoutAToken) {
+  startDaemon({{"provisioned", true}, {"updates", updatesAtOnce()}});
+  daemon->scheduleCheckInAfter(1);
+  runNextCheckIn();
+  EXPECT_EQ(updateRuns(), 0U);
+}
+
+TEST_F(Start, LetsNoPassOfTheUpdatePolicyFollowACheckInWithoutTheTimer) {
+  startSettled({{"updates", updatesAtOnce()}});
+  EXPECT_EQ(checkIn(), KioskCheckInOutcome::kEnrolled);
+  EXPECT_EQ(updateRuns(), 0U);
 }
 
 TEST_F(Start, HasAtMostOneCheckInPending) {

@@ -12,6 +12,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char kPkill[] = "/usr/bin/pkill";
+constexpr char kBranding[] = "/Library/Application Support/Brindlex/Kiosk/Branding";
 constexpr char kReason[] = "the portal revoked this device";
 
 class TeardownTest : public AccountTest {
@@ -29,6 +30,12 @@ class TeardownTest : public AccountTest {
 
   void teardown() {
     daemon->queue().sync([this] { daemon->teardown(kReason); });
+  }
+
+  /// The branding that a check-in left.
+  void becomeBranded() const {
+    mac.write(std::string(kBranding) + "/branding.json", "{}");
+    mac.write(std::string(kBranding) + "/" + std::string(64, 'a'), "a photo");
   }
 
   Json onlyTheUrl() const { return {{"authBaseUrl", portal.url()}}; }
@@ -98,6 +105,38 @@ TEST_F(TeardownTest, StopsTheCheckIns) {
   EXPECT_EQ(virtual_time::PendingCount(), 1U);
   teardown();
   EXPECT_EQ(virtual_time::PendingCount(), 0U);
+}
+
+TEST_F(TeardownTest, ClearsTheBranding) {
+  becomeEnrolled();
+  becomeBranded();
+  teardown();
+  EXPECT_FALSE(mac.exists(kBranding));
+  EXPECT_EQ(mac.list(kStateDir), std::vector<std::string>{"state.json"});
+  EXPECT_EQ(mac.log(),
+            (std::vector<LogLine>{{"Default", "tearing down (the portal revoked this device)"},
+                                  {"Default", "branding: cache cleared"}}));
+}
+
+TEST_F(TeardownTest, ClearsTheBrandingBesideAnAccountThatStays) {
+  becomeEnrolled();
+  becomeBranded();
+  mac.addFault({{"target", kSysadminctl}, {"arguments", {"-deleteUser"}}, {"status", 1}});
+  teardown();
+  EXPECT_TRUE(kioskAccountExists());
+  EXPECT_FALSE(mac.exists(kBranding));
+}
+
+TEST_F(TeardownTest, GoesOnWhenTheBrandingCannotBeCleared) {
+  becomeEnrolled();
+  mac.write("/Users/Shared/victim/file", "precious");
+  fs::create_symlink("/Users/Shared/victim", kBranding);
+  daemon->queue().sync([this] { daemon->scheduleCheckInAfter(30); });
+  teardown();
+  EXPECT_EQ(virtual_time::PendingCount(), 0U);
+  EXPECT_EQ(mac.state(), onlyTheUrl());
+  EXPECT_EQ(mac.list("/Users/Shared/victim"), std::vector<std::string>{"file"});
+  EXPECT_EQ(mac.log().size(), 1U);
 }
 
 TEST_F(TeardownTest, FollowsTheRevocationByThePortal) {

@@ -9,7 +9,7 @@
 #include "tests/unit/InZone.h"
 #include "tests/unit/PolicyRules.h"
 #include "tests/unit/RandomJson.h"
-#include "updates/KioskUpdates.h"
+#include "updates/KioskUpdateWindow.h"
 
 namespace {
 
