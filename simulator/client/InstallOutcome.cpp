@@ -26,12 +26,12 @@ InstallOutcome::InstallOutcome(const Json& before)
 /// proves nothing.
 void InstallOutcome::note(const Json& reply) {
   const bool listed = HasUpdates(reply) && ReplyString(reply, "lastChecked") != _checkedBefore;
-  if (listed || InstallPercent(reply) > 0) _installed = true;
+  if (listed || InstallPercent(reply) > 0) _installs = true;
 }
 
 std::string InstallOutcome::text(const Json& last) const {
   const bool restart = ReplyFlag(last, "restartRequired");
-  if (_installed || (restart && !_restartBefore)) {
+  if (_installs || (restart && !_restartBefore)) {
     return std::string("The updates are installed. ") +
            (restart ? "A restart is required." : "No restart is required.");
   }

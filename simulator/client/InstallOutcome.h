@@ -21,6 +21,9 @@ class InstallOutcome {
   /// Takes a reply from during the install.
   void note(const Json& reply);
 
+  /// Whether the replies have shown that there is something to install.
+  bool installs() const { return _installs; }
+
   /// What came of an install that did not fail, as far as the replies have shown it; `last` is the
   /// reply after its end.
   std::string text(const Json& last) const;
@@ -28,7 +31,7 @@ class InstallOutcome {
  private:
   std::optional<std::string> _checkedBefore;
   bool _restartBefore;
-  bool _installed = false;
+  bool _installs = false;
 };
 
 }  // namespace client

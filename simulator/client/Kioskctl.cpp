@@ -34,6 +34,7 @@ ExitStatus Main(int count, char** arguments) {
       "unlocked or no longer, the unlock could not be kept, a check or an install of updates\n"
       "failed, or nothing could be printed), 2 wrong usage, 3 kioskd gave no answer.\n"
       "The environment's KIOSK_CHANNEL names another socket.");
+  application.failure_message(VerbFailure);
   const VerbAction action = VerbGroup(application, kVerbs);
   AddCommonOptions(application, options);
   if (const std::optional<ExitStatus> status = Parse(application, count, arguments)) return *status;

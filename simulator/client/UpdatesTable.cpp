@@ -3,11 +3,13 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdio>
+#include <ctime>
 #include <iterator>
 #include <vector>
 
 #include "simulator/client/ErrorTexts.h"
 #include "simulator/client/InstallOutcome.h"
+#include "simulator/client/LocalTime.h"
 #include "simulator/client/Printable.h"
 #include "simulator/client/Table.h"
 
@@ -47,8 +49,10 @@ std::string Pending(const Json& reply) {
 }
 
 std::string LastChecked(const Json& reply) {
-  const Json date = Member(reply, "lastChecked");
-  return date.is_string() ? TextCell(date) : "not since kioskd started";
+  const std::optional<std::string> date = ReplyString(reply, "lastChecked");
+  if (!date) return "not since kioskd started";
+  const std::optional<std::time_t> moment = UtcMoment(*date);
+  return moment ? LocalTime(*moment, "%Y-%m-%d %H:%M:%S (local time)") : Printable(*date);
 }
 
 std::string UnderWay(const Json& reply) {
@@ -63,8 +67,13 @@ std::string YesOrNo(const Json& value) {
   return value.get<bool>() ? "yes" : "no";
 }
 
+/// The daemon holds it against the Mac's local time.
 std::string Hours(const Json& window) {
-  return TextCell(Member(window, "start")) + " to " + TextCell(Member(window, "end"));
+  const Json start = Member(window, "start");
+  const Json end = Member(window, "end");
+  const std::string hours = TextCell(start) + " to " + TextCell(end);
+  if (!start.is_string() || !end.is_string()) return hours;
+  return hours + (start == end ? " (local time, a full day)" : " (local time)");
 }
 
 std::string Problem(const Json& reply) {

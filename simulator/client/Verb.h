@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 #include <span>
+#include <string>
 
 #include "simulator/client/Session.h"
 
@@ -25,5 +26,9 @@ struct Verb {
 /// Adds verbs as subcommands, of which the command line has to name exactly one; the action
 /// returned is that one's.
 VerbAction VerbGroup(CLI::App& command, std::span<const Verb> verbs);
+
+/// What is wrong with a command line that could not be read, as the parser has it; but where a verb
+/// is missing, the word that stands in its place is named, and so are the verbs that are there.
+std::string VerbFailure(const CLI::App* application, const CLI::Error& error);
 
 }  // namespace client

@@ -3,18 +3,29 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <sstream>
 #include <system_error>
 
 #include "simulator/client/Limits.h"
 
 namespace client {
+namespace {
+
+std::string SecondsRange() {
+  std::ostringstream text;
+  text << "not in the range of " << kMinimumOptionSeconds << " to " << kMaximumOptionSeconds
+       << " seconds";
+  return text.str();
+}
+
+}  // namespace
 
 void AddSecondsOption(CLI::App& command, const std::string& name, std::chrono::milliseconds& value,
                       const std::string& description) {
-  const auto store = [&value](double seconds) {
+  const auto store = [&value, name](double seconds) {
     // Written so that "nan", which is a number to the parser, does not pass.
     if (!(seconds >= kMinimumOptionSeconds && seconds <= kMaximumOptionSeconds)) {
-      throw CLI::ValidationError("seconds out of range");
+      throw CLI::ValidationError(name, SecondsRange());
     }
     value = std::chrono::milliseconds(std::llround(seconds * 1000));
   };

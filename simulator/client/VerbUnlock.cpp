@@ -7,6 +7,7 @@
 #include <string>
 
 #include "simulator/client/Limits.h"
+#include "simulator/client/LocalTime.h"
 #include "simulator/client/Password.h"
 #include "simulator/client/UnlockFile.h"
 #include "simulator/client/Verbs.h"
@@ -26,15 +27,6 @@ std::string Duration(long seconds) {
   return std::to_string(number) + (minutes ? " minute" : " second") + (number == 1 ? "" : "s");
 }
 
-std::string LocalTime(std::time_t time) {
-  std::tm parts{};
-  char text[sizeof "00:00:00"] = "";
-  if (localtime_r(&time, &parts) != nullptr) {
-    (void)std::strftime(text, sizeof text, "%H:%M:%S", &parts);  // it fits
-  }
-  return text;
-}
-
 /// Takes the token out of the reply, which is shown without it.
 std::optional<std::string> TakeToken(Answer& answer) {
   std::optional<std::string> token = ReplyString(answer.reply, "unlockToken");
@@ -49,7 +41,7 @@ ExitStatus Keep(const Session& session, const std::string& token, double life) {
   if (!problem.empty()) return Refuse(session, "The unlock cannot be kept: " + problem);
   const long whole = std::lround(seconds);
   if (!session.json()) {
-    std::cout << "Unlocked until " << LocalTime(std::time(nullptr) + whole) << " ("
+    std::cout << "Unlocked until " << LocalTime(std::time(nullptr) + whole, "%H:%M:%S") << " ("
               << Duration(whole) << ").\n";
   }
   return ExitStatus::kSuccess;

@@ -46,9 +46,10 @@ ExitStatus RunCheck(Session& session, const FollowOptions& options) {
   answer = UpdatesFollow(session, screen, std::move(answer), kUpdatesCheck, options.interval,
                          [](const Json&) {});
   if (answer.status != ExitStatus::kSuccess) return answer.status;
-  if (!session.json()) std::cout << UpdatesTable(answer.reply) << std::flush;
   const std::optional<std::string> error = ReplyString(answer.reply, "error");
-  return error ? Failed(session, "The check", *error) : ExitStatus::kSuccess;
+  if (error) return Failed(session, "The check", *error);
+  if (!session.json()) std::cout << UpdatesTable(answer.reply);
+  return ExitStatus::kSuccess;
 }
 
 /// Follows an install that has begun; `before` is the record from before it.
@@ -58,6 +59,7 @@ ExitStatus FollowInstall(Session& session, const FollowOptions& options, const J
   InstallOutcome outcome(before);
   const auto show = [&display, &outcome](const Json& record) {
     outcome.note(record);
+    if (!outcome.installs()) return;
     display.progress(InstallPercent(record), std::chrono::steady_clock::now());
   };
   const Answer answer = UpdatesFollow(session, screen, ExchangeUnlocked(session, UpdatesRequest()),

@@ -1,3 +1,6 @@
+#include <algorithm>
+#include <cctype>
+#include <charconv>
 #include <optional>
 
 #include "platform/Json.h"
@@ -50,21 +53,31 @@ Json UpdateOf(const OfferArguments& given) {
   return update;
 }
 
+/// Why the list, which has lines, cannot show a text; empty when it can.
+std::string CheckLine(const std::string& text) {
+  const bool line = std::none_of(text.begin(), text.end(), [](char each) {
+    return std::iscntrl(static_cast<unsigned char>(each)) != 0;
+  });
+  return line ? "" : "There is a control character in it";
+}
+
+std::string CheckLabel(const std::string& text) {
+  return text.empty() ? "An update has a label" : CheckLine(text);
+}
+
 /// What an update is.
 void AddNature(CLI::App& add, OfferArguments& given) {
-  add.add_option("--label", given.label, "What it is installed by")
-      ->required()
-      ->check(CLI::Validator(
-          [](const std::string& label) {
-            return label.empty() ? std::string("An update has a label") : std::string();
-          },
-          ""));
-  add.add_option("--title", given.title, "Its name for people; the label when not given");
-  CLI::Option* version = add.add_option("--version", given.version, "Its version");
+  add.add_option("--label", given.label, "What it is installed by")->required()->check(CheckLabel);
+  add.add_option("--title", given.title, "Its name for people; the label when not given")
+      ->check(CheckLine);
+  CLI::Option* version =
+      add.add_option("--version", given.version, "Its version")->check(CheckLine);
   CLI::Option* macos = add.add_flag("--macos", given.macos,
                                     "It is macOS itself: the Mac has its version once it is whole");
   macos->needs(version);
-  add.add_option("--build", given.build, "The build that it brings")->needs(macos);
+  add.add_option("--build", given.build, "The build that it brings")
+      ->needs(macos)
+      ->check(CheckLine);
   add.add_option("--size", given.size, "KiB")->check(CLI::Range(std::int64_t{0}, kMaxUpdateSize));
   add.add_option("--unit", given.unit, "What stands behind the size in the list: KiB or K")
       ->check(CLI::IsMember({"KiB", "K"}));
@@ -96,12 +109,41 @@ void AddOffer(CLI::App& updates, Request& request) {
   });
 }
 
+/// Numbers that can be taken back are texts; they are taken back by an empty one, as noise is.
 struct CatalogueArguments {
   std::optional<std::string> format, progress, reachable, scanError;
-  std::optional<std::int64_t> scanMs, freeSpace;
-  std::optional<int> listStatus, installStatus;
-  std::vector<std::string> noise;
+  std::optional<std::int64_t> scanMs;
+  std::optional<std::string> freeSpace, listStatus, installStatus;
+  std::optional<std::vector<std::string>> noise;
 };
+
+std::optional<std::int64_t> NumberOf(const std::string& text) {
+  std::int64_t number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  return error == std::errc() && stop == end ? std::optional(number) : std::nullopt;
+}
+
+/// Accepts a number from 0 to `highest`, and nothing at all.
+auto NumberOrNothing(std::int64_t highest) {
+  return [highest](const std::string& text) -> std::string {
+    const std::int64_t number = text.empty() ? 0 : NumberOf(text).value_or(-1);
+    if (number >= 0 && number <= highest) return "";
+    return "Value " + text + " not in range 0 to " + std::to_string(highest);
+  };
+}
+
+/// Puts the number under `key` when it was given; null, which takes the key away, for nothing.
+void PutNumber(Json& object, const char* key, const std::optional<std::string>& text) {
+  if (!text) return;
+  const std::optional<std::int64_t> number = NumberOf(*text);
+  object[key] = number ? Json(*number) : Json();
+}
+
+Json NoiseOf(std::vector<std::string> lines) {
+  lines.erase(std::remove(lines.begin(), lines.end(), ""), lines.end());
+  return lines.empty() ? Json() : Json(lines);
+}
 
 Json KeysOf(const CatalogueArguments& given) {
   Json keys = Json::object();
@@ -110,11 +152,23 @@ Json KeysOf(const CatalogueArguments& given) {
   if (given.reachable) keys["reachable"] = *given.reachable == "yes";
   Put(keys, "scanError", given.scanError);
   Put(keys, "scanMs", given.scanMs);
-  Put(keys, "freeSpace", given.freeSpace);
-  Put(keys, "listStatus", given.listStatus);
-  Put(keys, "installStatus", given.installStatus);
-  if (!given.noise.empty()) keys["noise"] = given.noise;
+  PutNumber(keys, "freeSpace", given.freeSpace);
+  PutNumber(keys, "listStatus", given.listStatus);
+  PutNumber(keys, "installStatus", given.installStatus);
+  if (given.noise) keys["noise"] = NoiseOf(*given.noise);
   return keys;
+}
+
+/// What the tool finds out by itself unless it is told.
+void AddOverrides(CLI::App& set, CatalogueArguments& given) {
+  set.add_option("--free-space", given.freeSpace, "KiB free on the disk; empty: enough")
+      ->check(NumberOrNothing(kMaxUpdateSize));
+  set.add_option("--list-status", given.listStatus,
+                 "Exit status of every list; empty: as the list goes")
+      ->check(NumberOrNothing(kHighestStatus));
+  set.add_option("--install-status", given.installStatus,
+                 "Exit status of every install; empty: as the install goes")
+      ->check(NumberOrNothing(kHighestStatus));
 }
 
 void AddCatalogueOptions(CLI::App& set, CatalogueArguments& given) {
@@ -128,14 +182,11 @@ void AddCatalogueOptions(CLI::App& set, CatalogueArguments& given) {
   set.add_option("--scan-error", given.scanError, "What scans fail with; empty: they do not");
   set.add_option("--scan-ms", given.scanMs, "Milliseconds that a scan takes")
       ->check(CLI::Range(std::int64_t{0}, kLongest));
-  set.add_option("--noise", given.noise, "The next line of noise on standard error")
+  const auto keep = [&given](const std::vector<std::string>& lines) { given.noise = lines; };
+  set.add_option_function<std::vector<std::string>>(
+         "--noise", keep, "The next line of noise on standard error; empty: no noise")
       ->allow_extra_args(false);
-  set.add_option("--free-space", given.freeSpace, "KiB free on the disk")
-      ->check(CLI::Range(std::int64_t{0}, kMaxUpdateSize));
-  set.add_option("--list-status", given.listStatus, "Exit status of every list")
-      ->check(CLI::Range(0, kHighestStatus));
-  set.add_option("--install-status", given.installStatus, "Exit status of every install")
-      ->check(CLI::Range(0, kHighestStatus));
+  AddOverrides(set, given);
 }
 
 void AddCatalogue(CLI::App& updates, Request& request) {

@@ -210,7 +210,7 @@ HttpResponse AdminInterface::addPhoto(const HttpRequest& request, const std::str
   const std::optional<Json> photo = DescribePhoto(request, refusal);
   if (!photo) return refusal;
   HttpResponse response = WithTerminal(_store, id, [&](Json& terminal) {
-    HttpResponse added = AddPhoto(terminal, *photo);
+    HttpResponse added = AddPhoto(terminal, *photo, request.query.contains("credit"));
     if (added.status >= 400) return added;
     const bool kept = _photos.keep((*photo)["sha256"].get<std::string>(), request.body);
     return kept ? added : ErrorResponse(500, "storage");

@@ -64,10 +64,11 @@ const Json* FindPhoto(const Json& terminal, const std::string& digest) {
   return Find(terminal, digest);
 }
 
-HttpResponse AddPhoto(Json& terminal, const Json& photo) {
+HttpResponse AddPhoto(Json& terminal, Json photo, bool credited) {
   Json* const photos = Photos(terminal);
   if (photos == nullptr) return ErrorResponse(409, "no_branding");
   if (Json* const before = Find(terminal, photo["sha256"].get_ref<const std::string&>())) {
+    if (!credited && IsPhoto(*before)) photo["credit"] = (*before)["credit"];
     *before = photo;
     return JsonResponse(200, photo);
   }

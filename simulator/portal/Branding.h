@@ -23,9 +23,10 @@ const Json* FindPhoto(const Json& terminal, const std::string& digest);
 
 /// Puts a photo at the end of the terminal's branding, or in the place of the one of its digest.
 /// @param photo a value for which `IsPhoto` holds
+/// @param credited whether its credit was told; one that was not does not replace an earlier one
 /// @return the photo, with 201 or 200; 409 "no_branding" when there is none that could list it, 409
 ///         "too_many_photos" when it is full
-HttpResponse AddPhoto(Json& terminal, const Json& photo);
+HttpResponse AddPhoto(Json& terminal, Json photo, bool credited);
 
 /// Takes a photo out of the terminal's branding.
 /// @return 200 with an empty object, or 404

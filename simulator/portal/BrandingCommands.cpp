@@ -1,4 +1,5 @@
 // The administrator's commands for brandings and their photos.
+#include <iostream>
 #include <system_error>
 #include <utility>
 
@@ -6,6 +7,7 @@
 #include "simulator/portal/Commands.h"
 #include "simulator/portal/Files.h"
 #include "simulator/portal/Limits.h"
+#include "simulator/portal/Printable.h"
 
 namespace portal {
 namespace {
@@ -76,7 +78,9 @@ int Commands::branding(const std::string& terminal, const BrandingChange& given)
 int Commands::photos(const std::string& terminal) const {
   int status = kOk;
   const std::optional<Json> found = find(terminal, status);
-  return found ? ask("GET", PhotosPath(*found), nullptr, kPhotos) : status;
+  if (!found) return status;
+  const bool branded = found->value("branding", Json()).is_object();
+  return ask("GET", PhotosPath(*found), nullptr, branded ? kPhotos : kNoPhotos);
 }
 
 int Commands::addPhoto(const std::string& terminal, const std::filesystem::path& file,
@@ -87,11 +91,12 @@ int Commands::addPhoto(const std::string& terminal, const std::filesystem::path&
   int status = kOk;
   const std::optional<Json> found = find(terminal, status);
   if (!found) return status;
-  return report(AskPortal(_dir, Upload(*found, std::move(*bytes), details)), kAddedPhoto);
+  const auto answer = AskPortal(_dir, Upload(*found, std::move(*bytes), details));
+  const bool known = answer && answer->status == 200;
+  return report(answer, known ? kKnownPhoto : kAddedPhoto);
 }
 
 int Commands::removePhoto(const std::string& terminal, const std::string& digest) const {
-  if (digest.empty()) return fail(kRefused, "an empty DIGEST means no photo");
   int status = kOk;
   const std::optional<Json> found = find(terminal, status);
   if (!found) return status;
@@ -103,7 +108,9 @@ int Commands::removePhoto(const std::string& terminal, const std::string& digest
   if (meant.size() > 1)
     return fail(kRefused, "more than one photo has a digest that begins with \"" + digest +
                               "\"; give more of it");
-  return ask("DELETE", PhotosPath(*found) + "/" + meant.front(), nullptr, kDone);
+  status = ask("DELETE", PhotosPath(*found) + "/" + meant.front(), nullptr, kRemovedPhoto);
+  if (status == kOk && !_json) std::cout << "removed: " << Printable(meant.front()) << "\n";
+  return status;
 }
 
 }  // namespace portal

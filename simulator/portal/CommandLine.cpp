@@ -2,6 +2,7 @@
 
 #include "simulator/portal/CommandLineParser.h"
 #include "simulator/portal/JsonText.h"
+#include "simulator/portal/Limits.h"
 
 namespace portal {
 namespace {
@@ -17,6 +18,15 @@ constexpr char kMisbehaveHelp[] =
 
 std::string CheckJson(const std::string& text) {
   return ParseJson(text) ? "" : "not JSON: " + text;
+}
+
+std::function<std::string(const std::string&)> CheckLength(std::size_t least, std::size_t most) {
+  return [least, most](const std::string& text) -> std::string {
+    const std::size_t length = Characters(text);
+    if (length >= least && length <= most) return "";
+    return "has " + std::to_string(length) + " characters, not " + std::to_string(least) + " to " +
+           std::to_string(most);
+  };
 }
 
 std::optional<bool> Switch(const std::optional<std::string>& word) {
@@ -101,7 +111,8 @@ void CommandLineParser::addCodes() {
       "was a terminal before",
       [this](const Commands& commands) { return commands.claim(_given.code, _given.text); });
   claim->add_option("CODE", _given.code, "The code")->required();
-  claim->add_option("--name", _given.text, "The terminal's name; its host name otherwise");
+  claim->add_option("--name", _given.text, "The terminal's name; its host name otherwise")
+      ->check(CheckLength(1, kMaxName));
   CLI::App* const expire =
       add("expire", "End the life of a code",
           [this](const Commands& commands) { return commands.expire(_given.code); });
@@ -122,7 +133,8 @@ void CommandLineParser::addTerminals() {
                    return commands.change(_given.terminal, {{"name", *_given.text}});
                  })
       ->add_option("NAME", _given.text, "The name")
-      ->required();
+      ->required()
+      ->check(CheckLength(1, kMaxName));
   addExitPassword();
 }
 

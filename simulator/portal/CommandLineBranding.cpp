@@ -2,6 +2,7 @@
 #include <limits>
 
 #include "simulator/portal/CommandLineParser.h"
+#include "simulator/portal/Limits.h"
 #include "simulator/portal/Shapes.h"
 
 namespace portal {
@@ -18,10 +19,22 @@ constexpr char kPhotoHelp[] =
 
 constexpr char kPhotoAddHelp[] =
     "Kind and size are read from the photo when it is a JPEG or a PNG; what is given here counts\n"
-    "instead. A photo that the terminal shows already takes what is said about it now.\n";
+    "instead. A photo that the terminal shows already takes what is said about it now, and keeps "
+    "its\n"
+    "credit unless another is given; \"\": none.\n";
+
+/// So few digits of a digest that they were hardly typed by accident.
+constexpr std::size_t kLeastDigestDigits = 4;
+constexpr std::size_t kDigestDigits = 64;
 
 std::string CheckContentType(const std::string& text) {
   return IsContentType(text) ? "" : "not a content type of pictures: " + text;
+}
+
+std::string CheckDigest(const std::string& text) {
+  const bool digits = text.find_first_not_of("0123456789abcdefABCDEF") == text.npos;
+  if (digits && text.size() >= kLeastDigestDigits && text.size() <= kDigestDigits) return "";
+  return "not 4 to 64 hexadecimal digits: " + text;
 }
 
 }  // namespace
@@ -36,12 +49,17 @@ void CommandLineParser::addBranding() {
       });
   BrandingChange& given = _given.branding;
   const std::vector<CLI::Option*> settings = {
-      command->add_option("--display-name", given.displayName,
-                          "The name to show, of at most 120 characters"),
-      command->add_option("--subtitle", given.subtitle,
-                          "The line below it, of at most 240 characters; \"\": none"),
-      command->add_option("--tenant", given.tenant,
-                          "The id of the tenant it belongs to; \"\": none")};
+      command
+          ->add_option("--display-name", given.displayName,
+                       "The name to show, of at most 120 characters")
+          ->check(CheckLength(1, kMaxDisplayName)),
+      command
+          ->add_option("--subtitle", given.subtitle,
+                       "The line below it, of at most 240 characters; \"\": none")
+          ->check(CheckLength(0, kMaxSubtitle)),
+      command
+          ->add_option("--tenant", given.tenant, "The id of the tenant it belongs to; \"\": none")
+          ->check(CheckLength(0, kMaxTenantId))};
   CLI::Option* const none = command->add_flag(
       "--none,--withdraw", _given.none, "Withdraw the branding, its photos and the tenant's id");
   for (CLI::Option* const setting : settings) none->excludes(setting);
@@ -64,8 +82,9 @@ void CommandLineParser::addPhoto() {
        [this](const Commands& commands) {
          return commands.removePhoto(_given.terminal, _given.photo);
        })
-      ->add_option("DIGEST", _given.photo, "Its SHA-256, or the beginning of it")
-      ->required();
+      ->add_option("DIGEST", _given.photo, "Its SHA-256, or at least the first four digits of it")
+      ->required()
+      ->check(CheckDigest);
   photo->footer(kPhotoHelp + _app.get_footer());
 }
 
@@ -77,7 +96,8 @@ void CommandLineParser::addPhotoAdd(CLI::App* photo) {
   const CLI::Range size(1, std::numeric_limits<int>::max());
   PhotoDetails& given = _given.details;
   command->add_option("FILE", _given.photo, "The photo")->required();
-  command->add_option("--credit", given.credit, "Whose photo it is, in at most 240 characters");
+  command->add_option("--credit", given.credit, "Whose photo it is, in at most 240 characters")
+      ->check(CheckLength(0, kMaxCredit));
   command->add_option("--content-type", given.contentType, "Its kind, such as image/webp")
       ->check(CheckContentType);
   command->add_option("--width", given.width, "Its width in pixels")->check(size);

@@ -80,6 +80,9 @@ class CommandLineParser {
 /// Why an argument is refused: it is not JSON; empty when it is.
 std::string CheckJson(const std::string& text);
 
+/// A check of an argument that has so many characters.
+std::function<std::string(const std::string&)> CheckLength(std::size_t least, std::size_t most);
+
 /// What "on" and "off" mean; nothing without a word.
 std::optional<bool> Switch(const std::optional<std::string>& word);
 

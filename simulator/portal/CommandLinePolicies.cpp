@@ -25,7 +25,8 @@ constexpr char kUpdatesHelp[] =
     "the\n"
     "window is 02:00 to 05:00 and the days are all seven; a window needs start and end. Other "
     "keys\n"
-    "are ignored by terminals.\n"
+    "are ignored by terminals. A window is in the terminal's local time; one that ends when it\n"
+    "starts lasts a full day.\n"
     "A source is heeded only together with a policy; without one it is \"default\".\n";
 
 std::string CheckClock(const std::string& text) {
@@ -53,6 +54,8 @@ CLI::App* CommandLineParser::addPolicy(const std::string& kind, const std::strin
       ->excludes(policy)
       ->excludes(source);
   command->parse_complete_callback([this, choices] {
+    if (_given.source && !_given.raw && !IsSource(*_given.source))
+      throw CLI::ValidationError("--source", "neither device nor tenant nor default");
     if (!_given.policy && !_given.source && !_given.none && !_given.updates.any())
       throw CLI::RequiredError(choices);
   });

@@ -71,7 +71,10 @@ const Commands::Kind Commands::kRecord{IsObject, PrintRecord};
 const Commands::Kind Commands::kClaimed{HasIdAndName, PrintClaimed};
 const Commands::Kind Commands::kTerminal{IsObject, PrintTerminal};
 const Commands::Kind Commands::kPhotos{ArePhotoRecords, PrintPhotos};
+const Commands::Kind Commands::kNoPhotos{ArePhotoRecords, PrintNoBranding};
 const Commands::Kind Commands::kAddedPhoto{HasDigest, PrintAddedPhoto};
+const Commands::Kind Commands::kKnownPhoto{HasDigest, PrintKnownPhoto};
+const Commands::Kind Commands::kRemovedPhoto{IsObject, PrintNothing};
 const Commands::Kind Commands::kDone{IsObject, PrintDone};
 
 int Commands::terminals() const { return ask("GET", "/api/admin/terminals", nullptr, kTerminals); }

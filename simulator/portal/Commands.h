@@ -60,7 +60,7 @@ class Commands {
   /// @param file the photo
   int addPhoto(const std::string& terminal, const std::filesystem::path& file,
                const PhotoDetails& details) const;
-  /// @param digest the photo's, or the beginning of it
+  /// @param digest the photo's, or the beginning of it; not empty, or it would begin every digest
   int removePhoto(const std::string& terminal, const std::string& digest) const;
   int revoke(const std::string& terminal) const;
   int forget(const std::string& terminal) const;
@@ -79,7 +79,10 @@ class Commands {
   static const Kind kClaimed;
   static const Kind kTerminal;
   static const Kind kPhotos;
+  static const Kind kNoPhotos;
   static const Kind kAddedPhoto;
+  static const Kind kKnownPhoto;
+  static const Kind kRemovedPhoto;
   static const Kind kDone;
 
   /// Sends the request and prints the answer.

@@ -21,6 +21,11 @@ void PrintField(const std::string& key, const std::string& value) {
 /// A photo's width and height.
 std::string Size(const Json& photo) { return Cell(photo, "width") + "x" + Cell(photo, "height"); }
 
+void PrintPhoto(const char* outcome, const Json& photo) {
+  std::cout << outcome << ": " << Cell(photo, "sha256") << ", " << Cell(photo, "contentType")
+            << ", " << Size(photo) << "\n";
+}
+
 }  // namespace
 
 std::string Cell(const Json& record, const char* key) {
@@ -76,10 +81,13 @@ void PrintPhotos(const Json& body) {
   }
 }
 
-void PrintAddedPhoto(const Json& body) {
-  std::cout << "added: " << Cell(body, "sha256") << ", " << Cell(body, "contentType") << ", "
-            << Size(body) << "\n";
-}
+void PrintNoBranding(const Json&) { std::cout << "the terminal has no branding\n"; }
+
+void PrintAddedPhoto(const Json& body) { PrintPhoto("added", body); }
+
+void PrintKnownPhoto(const Json& body) { PrintPhoto("already there", body); }
+
+void PrintNothing(const Json&) {}
 
 void PrintDone(const Json&) { std::cout << "done\n"; }
 

@@ -18,7 +18,10 @@ void PrintCodes(const Json& body);
 void PrintRecord(const Json& body);
 void PrintClaimed(const Json& body);
 void PrintPhotos(const Json& body);
+void PrintNoBranding(const Json& body);
 void PrintAddedPhoto(const Json& body);
+void PrintKnownPhoto(const Json& body);
+void PrintNothing(const Json& body);
 void PrintDone(const Json& body);
 
 }  // namespace portal

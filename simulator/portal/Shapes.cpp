@@ -36,13 +36,6 @@ bool IsObjectOf(const Json& value, const std::vector<Field>& fields) {
   return known == value.size();
 }
 
-/// Counts characters, as JSON Schema does, not bytes.
-std::size_t Characters(const std::string& text) {
-  return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) {
-    return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-  }));
-}
-
 template <std::size_t least, std::size_t most>
 bool IsText(const Json& value) {
   if (!value.is_string()) return false;
@@ -208,6 +201,12 @@ const std::map<std::string, std::vector<Field>, std::less<>>& Modes() {
 }
 
 }  // namespace
+
+std::size_t Characters(const std::string& text) {
+  return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) {
+    return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+  }));
+}
 
 bool IsIntegerWithin(const Json& value, int least, int most) {
   return value.is_number_integer() && value >= least && value <= most;

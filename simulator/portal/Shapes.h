@@ -1,12 +1,18 @@
 // The shapes of the bodies that cross the portal's interfaces, as docs/portal-api.yaml has them.
 #pragma once
 
+#include <cstddef>
+#include <string>
+
 #include "platform/Json.h"
 
 namespace portal {
 
 /// A check of one JSON value.
 using Shape = bool (*)(const Json&);
+
+/// The characters of a text (UTF-8), which is what limits count, as JSON Schema does, not bytes.
+std::size_t Characters(const std::string& text);
 
 /// {"hostname", "platform", "osVersion", "appVersion"}: what a terminal tells when it asks for a
 /// pairing code.

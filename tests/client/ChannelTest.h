@@ -28,10 +28,12 @@ class ChannelTest : public testing::Test {
   std::vector<std::string> requests() const { return _daemon->requests(); }
   int connections() const { return _daemon->connections(); }
 
-  /// How to start kioskctl against the daemon, with a folder of the test's own for its unlock.
+  /// How to start kioskctl against the daemon, with a folder of the test's own for its unlock, and
+  /// Greenwich's time.
   ChildSetup setup(const std::vector<std::string>& arguments) const {
     ChildSetup setup = Kioskctl(channel(), arguments);
     setup.environment["XDG_RUNTIME_DIR"] = _folder.path(".");
+    setup.environment["TZ"] = "UTC0";
     return setup;
   }
 

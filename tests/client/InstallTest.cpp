@@ -37,7 +37,7 @@ TEST_F(UpdatesInstallVerb, AsksUntilTheInstallHasEndedAndTellsWhatCameOfIt) {
       install({Installing(0), Installing(12.5, kFound), Installing(80, kFound),
                Record({{"lastChecked", kSecondCheck}, {"restartRequired", true}})});
   EXPECT_EQ(result.status, 0);
-  EXPECT_THAT(result.output, testing::StartsWith("Installing: 0 %\n"));
+  EXPECT_THAT(result.output, testing::StartsWith("Installing: 12 %\n"));
   EXPECT_THAT(result.output, EndsWith("The updates are installed. A restart is required.\n"));
   EXPECT_EQ(result.errors, "");
   EXPECT_THAT(requests(), ElementsAre(kAskRecord, kBeginInstall, kAskRecord, kAskRecord, kAskRecord,
@@ -54,6 +54,13 @@ TEST_F(UpdatesInstallVerb, KnowsAnInstallByWhatItListedItself) {
               EndsWith("The updates are installed. No restart is required.\n"));
 }
 
+TEST_F(UpdatesInstallVerb, ShowsNoProgressBeforeThereIsSomethingToInstall) {
+  EXPECT_EQ(install({Installing(0), Record({{"lastChecked", kSecondCheck}})}).output,
+            "No updates are pending.\n");
+  EXPECT_EQ(install({Installing(0), Installing(0, kFound), Record({})}).output,
+            "Installing: 0 %\nThe updates are installed. No restart is required.\n");
+}
+
 TEST_F(UpdatesInstallVerb, KnowsAnInstallByTheRestartThatItNeeds) {
   EXPECT_EQ(install({Record({{"restartRequired", true}})}).output,
             "The updates are installed. A restart is required.\n");
@@ -61,11 +68,11 @@ TEST_F(UpdatesInstallVerb, KnowsAnInstallByTheRestartThatItNeeds) {
 
 TEST_F(UpdatesInstallVerb, SaysWhenNothingWasThereToInstall) {
   const std::string listed = Record({{"updates", kTwoUpdates}});
-  EXPECT_THAT(
+  EXPECT_EQ(
       install({Installing(0, {{"updates", kTwoUpdates}}), Record({{"lastChecked", kSecondCheck}})},
               listed)
           .output,
-      EndsWith("\nNo updates are pending.\n"));
+      "No updates are pending.\n");
   EXPECT_EQ(install({Record({{"lastChecked", kSecondCheck}})}).output, "No updates are pending.\n");
 }
 
@@ -202,8 +209,9 @@ class InstallOnATerminal : public UpdatesInstallVerb {
 };
 
 TEST_F(InstallOnATerminal, DrawsABarInPlace) {
-  const ChildResult result = show({Replies(Installing(0)), Replies(Installing(50)),
-                                   Replies(Installing(100)), Replies(Record({}))});
+  const ChildResult result =
+      show({Replies(Installing(0)), Replies(Installing(0, kFound)), Replies(Installing(50)),
+            Replies(Installing(100)), Replies(Record({}))});
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.output, "\r\033[KInstalling [" + std::string(40, '.') +
                                "] 0 %"
@@ -226,7 +234,7 @@ TEST_F(InstallOnATerminal, DrawsAShorterBarWhereThereIsLessRoom) {
 TEST_F(InstallOnATerminal, KeepsTheBarWithinItsBounds) {
   EXPECT_THAT(show({Replies(Installing(1e300)), Replies(Record({}))}).output,
               HasSubstr("[" + std::string(40, '#') + "] 100 %\r\n"));
-  EXPECT_THAT(show({Replies(Installing(-5)), Replies(Record({}))}).output,
+  EXPECT_THAT(show({Replies(Installing(-5, kFound)), Replies(Record({}))}).output,
               HasSubstr("[" + std::string(40, '.') + "] 0 %\r\n"));
 }
 

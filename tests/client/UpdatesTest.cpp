@@ -24,15 +24,39 @@ TEST_F(UpdatesVerb, ListsThePendingUpdatesAndHowTheRestStands) {
             "Safari 18.0         142.0 MiB  not needed\n"
             "\n"
             "Pending           2 updates\n"
-            "Last checked      2026-10-15T09:00:00Z\n"
+            "Last checked      2026-10-15 09:00:00 (local time)\n"
             "Under way         nothing\n"
             "Restart required  yes\n"
             "Automatic         on\n"
-            "Window            22:00 to 03:00\n"
+            "Window            22:00 to 03:00 (local time)\n"
             "Days              Fri Sun\n"
             "Problem           none\n");
   EXPECT_EQ(result.errors, "");
   EXPECT_THAT(requests(), ElementsAre(kAskRecord));
+}
+
+TEST_F(UpdatesVerb, TellsWhenTheLastCheckWasInLocalTime) {
+  const std::vector<std::pair<std::string, std::string>> dates = {
+      {"2026-10-15T20:00:00Z", "2026-10-16 01:30:00 (local time)"},
+      {"2026-10-15T20:00:00.5Z", "2026-10-15T20:00:00.5Z"},
+      {"2026-10-15T20:00:00Z\033", "2026-10-15T20:00:00Z?"},
+      {"", ""}};
+  for (const auto& [date, text] : dates) {
+    script({Replies(Record({{"lastChecked", date}}))});
+    ChildSetup started = setup({"updates", "list"});
+    started.environment["TZ"] = "XYZ-5:30";
+    EXPECT_THAT(RunChild(started).output, HasSubstr("Last checked      " + text + "\n"));
+  }
+}
+
+TEST_F(UpdatesVerb, SaysThatAWindowWithoutAnEndLastsAFullDay) {
+  for (const std::string time : {"00:00", "05:00"}) {
+    const Json window = {{"start", time}, {"end", time}, {"days", {5}}};
+    script({Replies(Record({{"policy", {{"automatic", true}, {"window", window}}}}))});
+    EXPECT_THAT(run({"updates", "list"}).output,
+                HasSubstr("Window            " + time + " to " + time +
+                          " (local time, a full day)\nDays              Fri\n"));
+  }
 }
 
 TEST_F(UpdatesVerb, TellsAnEmptyListFromNoneYet) {
@@ -144,7 +168,7 @@ TEST_F(UpdatesCheckVerb, AsksUntilTheCheckHasEndedAndListsWhatItFound) {
   EXPECT_EQ(result.status, 0);
   EXPECT_THAT(result.output, StartsWith("Update              Size       Restart\n"));
   EXPECT_THAT(result.output, HasSubstr("Pending           2 updates\n"
-                                       "Last checked      2026-10-15T09:00:00Z\n"));
+                                       "Last checked      2026-10-15 09:00:00 (local time)\n"));
   EXPECT_EQ(result.errors, "");
   EXPECT_THAT(requests(), ElementsAre(kBeginCheck, kAskRecord, kAskRecord));
 }
@@ -155,14 +179,18 @@ TEST_F(UpdatesCheckVerb, TakesAReplyThatComesAfterTheCheck) {
   EXPECT_THAT(requests(), ElementsAre(kBeginCheck));
 }
 
-TEST_F(UpdatesCheckVerb, FailsWhenTheCheckFailed) {
-  script({Replies(Record({{"checking", true}})), Replies(Record({{"error", "No network"}}))});
-  for (const std::vector<std::string>& options : {std::vector<std::string>{}, {"--json"}}) {
-    const ChildResult result = follow("check", options);
-    EXPECT_EQ(result.status, 1);
-    EXPECT_THAT(result.output, HasSubstr("No network"));
-    EXPECT_EQ(result.errors, "kioskctl: The check failed. The update tool said: No network\n");
-  }
+TEST_F(UpdatesCheckVerb, FailsWhenTheCheckFailedAndSaysOnceWhy) {
+  const std::string failed = Record({{"error", "No network"}});
+  script({Replies(Record({{"checking", true}})), Replies(failed)});
+  const std::string reason = "kioskctl: The check failed. The update tool said: No network\n";
+  const ChildResult shown = follow("check");
+  EXPECT_EQ(shown.status, 1);
+  EXPECT_EQ(shown.output, "");
+  EXPECT_EQ(shown.errors, reason);
+  const ChildResult raw = follow("check", {"--json"});
+  EXPECT_EQ(raw.status, 1);
+  EXPECT_EQ(raw.output, failed + "\n");
+  EXPECT_EQ(raw.errors, reason);
 }
 
 TEST_F(UpdatesCheckVerb, ExplainsADriverThatIsBusy) {

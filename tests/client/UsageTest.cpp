@@ -78,6 +78,38 @@ TEST_F(Usage, SaysWhichArgumentIsWrong) {
               HasSubstr("--days: mon, tue, wed, thu, fri, sat and sun are known\n"));
 }
 
+TEST_F(Usage, NamesAVerbThatIsNotThereAndThoseThatAre) {
+  const std::vector<std::pair<std::vector<std::string>, std::string>> unknown = {
+      {{"updates", "foo"}, "\"foo\" here: list, check, install"},
+      {{"session", "busy", "--json"}, "\"busy\" here: live, signed-in, idle"},
+      {{"--timeout", "5", "time", "now"}, "\"now\" here: zone, sync, show"},
+      {{"power", "\033[2J"}, "\"?[2J\" here: show, set, follow"},
+      {{"net", "wifi", "en0"}, "\"wifi\" here: dhcp, static"},
+      {{"proxy", "off"}, "\"off\" here: none, auto, manual"}};
+  for (const auto& [arguments, text] : unknown) {
+    EXPECT_EQ(run(arguments).errors,
+              "There is no " + text + "\nRun with --help for more information.\n");
+  }
+  EXPECT_THAT(run({"dance"}).errors,
+              testing::StartsWith("There is no \"dance\" here: status, pair, "));
+  EXPECT_THAT(run({"updates"}).errors, HasSubstr("A subcommand is required\n"));
+  EXPECT_THAT(run({"updates", "--json"}).errors, HasSubstr("A subcommand is required\n"));
+  EXPECT_THAT(run({"power", "set"}).errors, HasSubstr("--screen-off is required\n"));
+}
+
+TEST_F(Usage, NamesTheRangeOfSeconds) {
+  const std::vector<std::vector<std::string>> wrong = {{"updates", "check", "--interval", "-1"},
+                                                       {"updates", "install", "--interval", "0"},
+                                                       {"pair", "--interval", "86401"},
+                                                       {"pair", "--interval", "nan"}};
+  for (const std::vector<std::string>& arguments : wrong) {
+    EXPECT_THAT(run(arguments).errors,
+                HasSubstr("--interval: not in the range of 0.001 to 86400 seconds\n"));
+  }
+  EXPECT_THAT(run({"status", "--timeout", "0"}).errors,
+              HasSubstr("--timeout: not in the range of 0.001 to 86400 seconds\n"));
+}
+
 TEST_F(Usage, HelpsWithEveryVerb) {
   const std::vector<std::vector<std::string>> verbs = {{"status"},
                                                        {"pair"},

@@ -69,8 +69,6 @@ TEST_F(BrandingCommand, RefusesABrandingWithoutAName) {
   const ProgramResult refused = command({"branding", "-", "--subtitle", "x"});
   EXPECT_EQ(refused.status, 1);
   EXPECT_NE(refused.output.find("give its --display-name"), std::string::npos) << refused.output;
-  EXPECT_EQ(brand({"--display-name", ""}), 1);
-  EXPECT_EQ(brand({"--display-name", std::string(121, 'x')}), 1);
   EXPECT_EQ(brand({}), 2);
   EXPECT_EQ(brand({"--none", "--tenant", "x"}), 2);
   EXPECT_EQ(sent(), nullptr);
@@ -92,10 +90,59 @@ TEST_F(BrandingCommand, AddsListsAndRemovesPhotos) {
   const Json json = Json::parse(command({"--json", "photo", "-", "list"}).output, nullptr, false);
   EXPECT_EQ(json["photos"], sent()["photos"]);
   ASSERT_NE(DigestOf(png)[0], DigestOf(jpeg)[0]);
-  EXPECT_EQ(photos({"remove", DigestOf(png).substr(0, 1)}).status, 0);
+  const ProgramResult removed = photos({"remove", DigestOf(png).substr(0, 4)});
+  EXPECT_EQ(removed.status, 0);
+  EXPECT_EQ(removed.output, "removed: " + DigestOf(png) + "\n");
   EXPECT_EQ(sent()["photos"].size(), 1U);
   EXPECT_EQ(photos({"remove", DigestOf(jpeg)}).status, 0);
   EXPECT_EQ(sent()["photos"], Json::array());
+}
+
+TEST_F(BrandingCommand, NamesTheOptionThatIsTooShortOrTooLong) {
+  const std::vector<std::pair<std::vector<std::string>, std::string>> wrong = {
+      {{"--display-name", ""}, "--display-name: has 0 characters, not 1 to 120"},
+      {{"--display-name", std::string(121, 'x')},
+       "--display-name: has 121 characters, not 1 to 120"},
+      {{"--subtitle", std::string(241, 'x')}, "--subtitle: has 241 characters, not 0 to 240"},
+      {{"--tenant", std::string(129, 'x')}, "--tenant: has 129 characters, not 0 to 128"}};
+  for (const auto& [arguments, reason] : wrong) {
+    std::vector<std::string> all = {"branding", "-"};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    const ProgramResult refused = command(all);
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_NE(refused.output.find(reason), std::string::npos) << refused.output;
+  }
+  refuses({"add", file("a", PngPhoto(1, 1)), "--credit", std::string(241, 'x')},
+          "--credit: has 241 characters, not 0 to 240", 2);
+  EXPECT_EQ(sent(), nullptr);
+  std::string longest;
+  for (int i = 0; i < 120; ++i) longest += "\u00f4";
+  EXPECT_EQ(brand({"--display-name", longest}), 0);
+}
+
+TEST_F(BrandingCommand, TellsAPhotoThatIsAlreadyThereAndKeepsItsCredit) {
+  ASSERT_EQ(brand({"--display-name", "Hotel"}), 0);
+  const std::string photo = file("a", PngPhoto(2, 1));
+  ASSERT_EQ(photos({"add", photo, "--credit", "Zo\u00eb"}).status, 0);
+  const ProgramResult again = photos({"add", photo});
+  EXPECT_EQ(again.status, 0);
+  EXPECT_EQ(again.output, "already there: " + DigestOf(PngPhoto(2, 1)) + ", image/png, 2x1\n");
+  EXPECT_EQ(sent()["photos"][0]["credit"], "Zo\u00eb");
+  ASSERT_EQ(photos({"add", photo, "--credit", "Kim"}).status, 0);
+  EXPECT_EQ(sent()["photos"][0]["credit"], "Kim");
+  ASSERT_EQ(photos({"add", photo, "--credit", ""}).status, 0);
+  EXPECT_EQ(sent()["photos"][0]["credit"], "");
+  EXPECT_EQ(sent()["photos"].size(), 1U);
+}
+
+TEST_F(BrandingCommand, SaysThatThereIsNoBrandingToListThePhotosOf) {
+  const ProgramResult none = photos({"list"});
+  EXPECT_EQ(none.status, 0);
+  EXPECT_EQ(none.output, "the terminal has no branding\n");
+  const Json json = Json::parse(command({"--json", "photo", "-", "list"}).output, nullptr, false);
+  EXPECT_EQ(json, Json({{"photos", Json::array()}}));
+  ASSERT_EQ(brand({"--display-name", "Hotel"}), 0);
+  EXPECT_EQ(photos({"list"}).output.find("no branding"), std::string::npos);
 }
 
 TEST_F(BrandingCommand, AddsOtherPicturesByWhatItIsTold) {
@@ -127,18 +174,34 @@ TEST_F(BrandingCommand, ExplainsWhichPhotoItCannotAdd) {
 
 TEST_F(BrandingCommand, RemovesOnlyThePhotoThatIsMeant) {
   ASSERT_EQ(brand({"--display-name", "Hotel"}), 0);
-  // Seventeen digests: two of them begin alike.
-  std::map<char, int> begin;
-  for (unsigned i = 1; i <= 17; ++i) {
-    ASSERT_EQ(photos({"add", file("a", PngPhoto(i, 1))}).status, 0);
-    ++begin[DigestOf(PngPhoto(i, 1))[0]];
-  }
-  for (const auto& [digit, count] : begin)
-    if (count > 1) refuses({"remove", std::string(1, digit)}, "more than one photo");
-  refuses({"remove", ""}, "an empty DIGEST means no photo");
-  refuses({"remove", "xyz"}, "no photo whose digest begins with \"xyz\"");
+  ASSERT_EQ(photos({"add", file("a", PngPhoto(1, 1))}).status, 0);
+  const std::string digest = DigestOf(PngPhoto(1, 1));
+  for (const std::string& wrong :
+       {std::string(), digest.substr(0, 1), digest.substr(0, 3), std::string("wxyz"), digest + "0"})
+    refuses({"remove", wrong}, "not 4 to 64 hexadecimal digits: " + wrong, 2);
   refuses({"remove"}, "DIGEST", 2);
-  EXPECT_EQ(sent()["photos"].size(), 17U);
+  const std::string other = digest.substr(0, 3) + (digest[3] == '0' ? "1" : "0");
+  refuses({"remove", other}, "no photo whose digest begins with \"" + other + "\"");
+  EXPECT_EQ(sent()["photos"].size(), 1U);
+}
+
+TEST_F(BrandingCommand, RemovesNoneOfTwoPhotosThatAreMeant) {
+  ASSERT_EQ(brand({"--display-name", "Hotel"}), 0);
+  // The beginning of a digest is found out about by trying: two of these begin alike.
+  std::map<std::string, std::string> begun;
+  std::string first;
+  std::string second;
+  for (unsigned i = 1; second.empty(); ++i) {
+    const std::string photo = PngPhoto(i, 1);
+    const auto [before, fresh] = begun.emplace(DigestOf(photo).substr(0, 4), photo);
+    if (fresh) continue;
+    first = before->second;
+    second = photo;
+  }
+  ASSERT_EQ(photos({"add", file("a", first)}).status, 0);
+  ASSERT_EQ(photos({"add", file("b", second)}).status, 0);
+  refuses({"remove", DigestOf(first).substr(0, 4)}, "more than one photo");
+  EXPECT_EQ(sent()["photos"].size(), 2U);
 }
 
 TEST_F(BrandingCommand, EndsWithTwoWhenItIsMisused) {
@@ -154,7 +217,7 @@ TEST_F(BrandingCommand, EndsWithThreeWhenThePortalDoesNotRun) {
   EXPECT_EQ(brand({"--display-name", "Hotel"}), 3);
   EXPECT_EQ(photos({"add", photo}).status, 3);
   EXPECT_EQ(photos({"list"}).status, 3);
-  EXPECT_EQ(photos({"remove", "0"}).status, 3);
+  EXPECT_EQ(photos({"remove", "0000"}).status, 3);
 }
 
 TEST_F(BrandingCommand, ShowsNoControlCharactersOfACredit) {

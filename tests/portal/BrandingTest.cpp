@@ -109,6 +109,9 @@ TEST_F(BrandingInterface, ListsAPhotoOnlyOnce) {
   const Answer again = upload(id, PngPhoto(2, 1), "?credit=A%20%26%20B%2B&width=20");
   EXPECT_EQ(again.status, 200);
   EXPECT_EQ(again.body, Record(PngPhoto(2, 1), "image/png", 20, 1, "A & B+"));
+  const Answer last = upload(id, PngPhoto(2, 1), "?width=20");
+  EXPECT_EQ(last.status, 200);
+  EXPECT_EQ(last.body, again.body);
   EXPECT_EQ(listed(), Json::array({again.body, Record(PngPhoto(2, 2), "image/png", 2, 2)}));
   EXPECT_EQ(files().size(), 2U);
 }

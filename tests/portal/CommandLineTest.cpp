@@ -175,6 +175,17 @@ TEST_F(CommandLine, EndsWithTwoWhenItIsMisused) {
   EXPECT_EQ(run({"serve", "--port", "65536"}), 2);
 }
 
+TEST_F(CommandLine, SaysHowLongANameMayBe) {
+  for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
+           {"rename", "-", std::string(81, 'x')},
+           {"claim", "ABCD2345", "--name", std::string(81, 'x')}}) {
+    const ProgramResult refused = command(arguments);
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_NE(refused.output.find("has 81 characters, not 1 to 80"), std::string::npos)
+        << refused.output;
+  }
+}
+
 TEST_F(CommandLine, EndsWithThreeWhenThePortalDoesNotRun) {
   stop();
   EXPECT_EQ(run({"terminals"}), 3);

@@ -58,7 +58,7 @@ TEST_F(PortalAnswer, IsRefusedWhenItMakesNoSense) {
                                                {"updates", "-", "--automatic", "on"},
                                                {"branding", "-", "--display-name", "x"},
                                                {"photo", "-", "list"},
-                                               {"photo", "-", "remove", "0"},
+                                               {"photo", "-", "remove", "0000"},
                                                {"revoke", "-"},
                                                {"forget", "-"},
                                                {"claim", "ABCD2345"}}) {
@@ -75,7 +75,7 @@ TEST_F(PortalAnswer, IsRefusedWhenItsPhotosMakeNoSense) {
     answer(200, R"({"terminals": [{"id": "0123", "name": "x"}], "photos": )" + std::string(photos) +
                     "}");
     for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
-             {"photo", "-", "list"}, {"photo", "-", "remove", "0"}}) {
+             {"photo", "-", "list"}, {"photo", "-", "remove", "0000"}}) {
       const ProgramResult result = command(arguments);
       EXPECT_EQ(result.status, 1) << photos;
       EXPECT_NE(result.output.find("the portal's answer makes no sense"), std::string::npos)

@@ -76,13 +76,25 @@ TEST_F(UpdatePolicyCommand, RefusesWhatMeansNothing) {
                                              {"--raw", "--automatic", "off"},
                                              {}})
     EXPECT_EQ(set(arguments), 2) << Json(arguments);
-  EXPECT_EQ(set({"--automatic", "off", "--source", "nobody"}), 1);
+  EXPECT_EQ(set({"--automatic", "off", "--source", "nobody"}), 2);
   EXPECT_EQ(set({R"({"automatic": 1})"}), 1);
   EXPECT_EQ(policy(), Json({{"automatic", true}}));
   const ProgramResult days = command({"updates", "-", "--days", "never"});
   EXPECT_NE(days.output.find("neither \"all\" nor days"), std::string::npos) << days.output;
   const ProgramResult start = command({"updates", "-", "--start", "9"});
   EXPECT_NE(start.output.find("not a time from 00:00 to 23:59"), std::string::npos);
+}
+
+TEST_F(UpdatePolicyCommand, NamesTheSourcesThatThereAre) {
+  for (const char* kind : {"updates", "power"}) {
+    const ProgramResult refused = command({kind, "-", "--source", "planet"});
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_NE(refused.output.find("--source: neither device nor tenant nor default"),
+              std::string::npos)
+        << refused.output;
+    EXPECT_EQ(command({kind, "-", "{}", "--source", "planet", "--raw"}).status, 0);
+    EXPECT_EQ(checkIn(token).body[std::string(kind) + "Source"], "planet");
+  }
 }
 
 TEST_F(UpdatePolicyCommand, RefusesToChangeAPolicyThatWasStoredUnchecked) {

@@ -134,6 +134,36 @@ TEST_F(Updates, CanBeMadeToComeInEveryWay) {
   EXPECT_EQ(mac.run({"/usr/sbin/softwareupdate", "-l"}).status, 2);
 }
 
+TEST_F(Updates, CanBeMadeToComeAsBefore) {
+  const TestMac mac;
+  EXPECT_EQ(updates(mac, {"set", "--noise", "one", "--list-status", "2", "--install-status", "3",
+                          "--free-space", "100"})
+                .status,
+            0);
+  EXPECT_NE(catalogue(mac), kNew);
+  EXPECT_EQ(updates(mac, {"set", "--list-status", ""}).err, "");
+  EXPECT_EQ(mac.run({"/usr/sbin/softwareupdate", "-l"}).status, 0);
+  EXPECT_EQ(catalogue(mac)["installStatus"], 3);
+  EXPECT_EQ(updates(mac, {"set", "--noise", "", "--install-status", "", "--free-space", ""}).err,
+            "");
+  EXPECT_EQ(catalogue(mac), kNew);
+}
+
+TEST_F(Updates, HaveNoControlCharactersInTheirList) {
+  const TestMac mac;
+  for (const Words& options :
+       {Words{"--label", "A\nB"}, Words{"--label", "A\x1b[2J"}, Words{"--label", "A\x7f"},
+        Words{"--label", "A", "--title", "a\tb"}, Words{"--label", "A", "--version", "1\n"},
+        Words{"--label", "A", "--macos", "--version", "1", "--build", "2\r"}}) {
+    const RunResult result = add(mac, options);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_NE(result.err.find("There is a control character in it"), std::string::npos)
+        << result.err;
+  }
+  EXPECT_EQ(catalogue(mac), kNew);
+  EXPECT_EQ(add(mac, {"--label", "\u00c4-1"}).status, 0);
+}
+
 TEST_F(Updates, AreRefusedWithWhatMeansNothing) {
   const TestMac mac;
   for (const Words& arguments :
@@ -146,7 +176,9 @@ TEST_F(Updates, AreRefusedWithWhatMeansNothing) {
         Words{"add", "--label", "A", "--duration-ms", "3600001"},
         Words{"add", "--label", "A", "--failure-status", "256"}, Words{"set"},
         Words{"set", "--format", "new"}, Words{"set", "--progress", "dots"},
-        Words{"set", "--reachable", "maybe"}, Words{"set", "--list-status=-1"}, Words{"remove"}}) {
+        Words{"set", "--reachable", "maybe"}, Words{"set", "--list-status=-1"},
+        Words{"set", "--list-status", "256"}, Words{"set", "--install-status", "1x"},
+        Words{"set", "--free-space", "1000000001"}, Words{"remove"}}) {
     const RunResult result = updates(mac, arguments);
     EXPECT_EQ(result.status, 2) << arguments.back();
     EXPECT_NE(result.err.find("; --help tells more.\n"), std::string::npos) << result.err;

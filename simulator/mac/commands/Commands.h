@@ -53,7 +53,7 @@ int SetAutoLogin(const std::string& root, const std::string& name, const std::st
 int ShowUpdates(const std::string& root, bool json);
 /// Puts an update, as the file has it, on offer. Refuses a label that is on offer already.
 int AddUpdate(const std::string& root, const Json& update);
-/// Changes keys of the catalogue that are not about an update.
+/// Changes keys of the catalogue that are not about an update; null takes a key away.
 int SetUpdates(const std::string& root, const Json& keys);
 /// Makes it a new Mac's, whatever it is.
 int ClearUpdates(const std::string& root);

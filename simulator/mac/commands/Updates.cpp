@@ -122,7 +122,7 @@ int AddUpdate(const std::string& root, const Json& update) {
 int SetUpdates(const std::string& root, const Json& keys) {
   if (!IsMac(root)) return 1;
   return ChangeCatalogue(MacTree(root), [&keys](Json& catalogue) {
-    catalogue.update(keys);
+    catalogue.merge_patch(keys);
     return std::string();
   });
 }
