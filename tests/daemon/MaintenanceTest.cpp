@@ -378,12 +378,29 @@ TEST_F(Unlock, EndsWithTheEnrolment) {
 }
 
 TEST_F(Unlock, GatesEverySettingsCommand) {
-  for (const char* command :
-       {"net.set", "time.zone", "time.sync", "time.get", "power.get", "power.set", "proxy.set"}) {
+  for (const char* command : {"net.set", "time.zone", "time.sync", "time.get", "power.get",
+                              "power.set", "proxy.set", "os.updates", "os.install"}) {
     EXPECT_EQ(sendLocked({{"cmd", command}}), refused("not_unlocked")) << command;
     EXPECT_EQ(send({{"cmd", command}, {"unlockToken", "x"}}), refused("not_unlocked")) << command;
   }
   EXPECT_TRUE(mac.journal().empty());
+}
+
+TEST_F(Unlock, IsLoggedWithoutItsTokenAsNoSecretEverIsLogged) {
+  const std::string password = mac.state()["password"];
+  Json reply = tryToUnlock(kioskUid());
+  const std::string unlockToken = reply["unlockToken"];
+  send({{"cmd", "unlock"}, {"password", "hunter2-guess"}}, kioskUid());
+  sendUnlocked({{"cmd", "time.get"}});
+  restartDaemon();
+  portal.answer(kCheckInCall, 401, {{"status", "revoked"}});
+  checkIn();
+  const std::string log = mac.read("/private/var/log/system.log");
+  ASSERT_NE(log.find("tearing down"), std::string::npos);
+  for (const std::string& secret : {password, unlockToken, std::string(kPassword),
+                                    std::string("device-token"), std::string("hunter2-guess")}) {
+    EXPECT_EQ(log.find(secret), std::string::npos) << secret;
+  }
 }
 
 }  // namespace

@@ -150,6 +150,21 @@ TEST_F(UrlSessionTest, RefusesABodyThatIsTooLarge) {
   EXPECT_EQ(result.httpStatus, 200);
 }
 
+TEST_F(UrlSessionTest, RefusesASmallBodyThatUnfoldsToALargeOne) {
+  // 300,000 zero bytes, compressed to 325.
+  constexpr char kHead[] =
+      "\x1f\x8b\x08\x00\x00\x00\x00\x00\x02\x03\xed\xc1\x01\x0d\x00\x00\x00\xc2\xa0\xf7\x4f\x6d\x0f"
+      "\x07\x14";
+  constexpr char kTail[] = "\xfc\x18\xfb\xe2\xb2\xf6\xe0\x93\x04\x00";
+  const std::string bomb = std::string(kHead, sizeof kHead - 1) + std::string(290, '\0') +
+                           std::string(kTail, sizeof kTail - 1);
+  const TestServer server(
+      [&](const std::string&) { return Answered(bomb, "Content-Encoding: gzip\r\n"); });
+  const UrlResult result = get(server.url("/"));
+  EXPECT_EQ(result.error, "The answer is too large.");
+  EXPECT_EQ(result.data, "");
+}
+
 TEST_F(UrlSessionTest, ReportsABodyThatIsCutOff) {
   const TestServer server([](const std::string&) {
     return std::string("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf");
