@@ -10,7 +10,7 @@
 #include "settings/KioskPowerApply.h"
 #include "settings/KioskTime.h"
 #include "tests/fuzz/Fuzz.h"
-#include "tests/fuzz/OutputRules.h"
+#include "tests/unit/OutputRules.h"
 #include "tests/unit/Spaces.h"
 #include "tests/unit/UpdatePatterns.h"
 #include "updates/KioskSoftwareUpdate.h"

@@ -1,14 +1,12 @@
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstdint>
 #include <limits>
-#include <regex>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "portal/KioskBranding.h"
+#include "tests/unit/ProjectionRules.h"
 #include "tests/unit/RandomJson.h"
 
 namespace {
@@ -211,55 +209,6 @@ TEST(BrandingPhotos, HaveTheNearestIntegerForSizesThatAreNone) {
   EXPECT_EQ(KeptOf("width", -1e300), kSmallest);
   EXPECT_EQ(KeptOf("width", -9'223'372'036'854'775'808.0), kSmallest);
   EXPECT_EQ(KeptOf("width", 9'007'199'254'740'991.0), 9'007'199'254'740'991);
-}
-
-bool IsDigest(const Json& value) {
-  static const std::regex pattern("[0-9a-f]{64}");
-  return value.is_string() && std::regex_match(value.get<std::string>(), pattern);
-}
-
-std::int64_t IntegerByTheTable(const Json& value) {
-  if (value.is_boolean()) return value == true ? 1 : 0;
-  if (!value.is_number()) return 0;
-  // A long double has room for every integer of 64 bits.
-  const auto number = value.get<long double>();
-  if (number >= 0x1p63L) return kLargest;
-  return number < -0x1p63L ? kSmallest : static_cast<std::int64_t>(std::trunc(number));
-}
-
-std::string TextByTheTable(const Json& object, const char* key) {
-  return object.contains(key) && object.at(key).is_string() ? object.at(key) : Json("");
-}
-
-Json PhotoByTheTable(const Json& given) {
-  const std::string type = TextByTheTable(given, "contentType");
-  Json photo = Json::object();
-  photo["sha256"] = given.at("sha256");
-  photo["contentType"] = type.empty() ? "image/jpeg" : type;
-  photo["width"] = IntegerByTheTable(given.value("width", Json()));
-  photo["height"] = IntegerByTheTable(given.value("height", Json()));
-  photo["credit"] = TextByTheTable(given, "credit");
-  return photo;
-}
-
-Json PhotosByTheTable(const Json& given) {
-  Json photos = Json::array();
-  std::set<std::string> taken;
-  for (const Json& photo : given.is_array() ? given : Json::array()) {
-    if (!photo.is_object() || !IsDigest(photo.value("sha256", Json()))) continue;
-    if (taken.insert(photo.at("sha256")).second) photos.push_back(PhotoByTheTable(photo));
-  }
-  return photos;
-}
-
-std::optional<Json> ProjectionByTheTable(const Json& branding, const Json& tenantId) {
-  if (!branding.is_object() || TextByTheTable(branding, "displayName").empty()) return std::nullopt;
-  Json projection = Json::object();
-  projection["tenantId"] = tenantId.is_string() ? tenantId : Json("");
-  projection["displayName"] = branding.at("displayName");
-  projection["signInSubtitle"] = TextByTheTable(branding, "signInSubtitle");
-  projection["photos"] = PhotosByTheTable(branding.value("photos", Json()));
-  return projection;
 }
 
 Json NearlyPhoto(Random& random) {

@@ -1,14 +1,12 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 
 #include "core/KioskJson.h"
 #include "settings/KioskNet.h"
+#include "tests/unit/NetworkRequestRules.h"
 #include "tests/unit/NetworkRules.h"
-#include "tests/unit/PolicyRules.h"
 #include "tests/unit/RandomJson.h"
-#include "tests/unit/WrittenPatterns.h"
 
 namespace {
 
@@ -237,71 +235,6 @@ TEST(NetRequest, MayHaveNoGateway) {
   for (const Json& gateway : {Json(" "), Json("none"), Json(false), Json(0), Json::array()}) {
     EXPECT_FALSE(IsValid(Routed("192.168.1.10", 24, gateway))) << gateway;
   }
-}
-
-std::optional<std::uint32_t> UsableByTheRule(const Json& value) {
-  const std::optional<std::uint32_t> address = QuadByTheList(value);
-  if (!address) return std::nullopt;
-  const std::uint32_t first = *address / 0x1000000;
-  return first == 0 || first == 127 || first >= 224 ? std::nullopt : address;
-}
-
-std::string Dotted(std::uint64_t address) {
-  std::string text;
-  for (const std::uint64_t place : {0x1000000U, 0x10000U, 0x100U, 1U}) {
-    text += (text.empty() ? "" : ".") + std::to_string(address / place % 256);
-  }
-  return text;
-}
-
-std::optional<Json> ServersByTheTable(const Json& given) {
-  if (!given.is_array() || given.size() > 4) return std::nullopt;
-  Json servers = Json::array();
-  for (const Json& element : given) {
-    if (!UsableByTheRule(element)) return std::nullopt;
-    if (std::count(servers.begin(), servers.end(), element) == 0) servers.push_back(element);
-  }
-  return servers;
-}
-
-/// Whether an address is within a subnet and, where the ends are taken, not one of them.
-bool IsHostOf(std::uint64_t network, std::uint64_t size, std::uint64_t address) {
-  if (address < network || address >= network + size) return false;
-  return size < 4 || (address != network && address != network + size - 1);
-}
-
-bool AddStaticByTheTable(const Json& given, Json& network) {
-  const std::optional<std::uint32_t> ip = UsableByTheRule(KioskMember(given, "ip"));
-  const Json& prefix = KioskMember(given, "prefix");
-  if (!ip || !IsNumberIn(prefix, 1, 32)) return false;
-  const std::uint64_t size = std::uint64_t{1} << (32 - prefix.get<int>());
-  const std::uint64_t first = *ip / size * size;
-  if (!IsHostOf(first, size, *ip)) return false;
-  if (Has(given, "gateway") && given.at("gateway") != "") {
-    const std::optional<std::uint32_t> gateway = UsableByTheRule(given.at("gateway"));
-    if (!gateway || *gateway == *ip || !IsHostOf(first, size, *gateway)) return false;
-    network["gateway"] = given.at("gateway");
-  }
-  network["ip"] = given.at("ip");
-  network["prefix"] = prefix.get<int>();
-  network["mask"] = Dotted(0x100000000 - size);
-  return true;
-}
-
-std::optional<Json> NetworkByTheTable(const Json& given) {
-  if (!given.is_object()) return std::nullopt;
-  const Json adapter = KioskMember(given, "adapter");
-  const Json mode = KioskMember(given, "mode");
-  if (!adapter.is_string() || !MatchesAdapterPattern(adapter.get<std::string>())) {
-    return std::nullopt;
-  }
-  if (mode != "dhcp" && mode != "static") return std::nullopt;
-  const std::optional<Json> servers =
-      ServersByTheTable(Has(given, "dns") ? given.at("dns") : Json::array());
-  if (!servers) return std::nullopt;
-  Json network = {{"adapter", adapter}, {"dhcp", mode == "dhcp"}, {"dns", *servers}};
-  if (mode == "static" && !AddStaticByTheTable(given, network)) return std::nullopt;
-  return network;
 }
 
 /// An address of few subnets, so that addresses often meet, at their ends in particular.

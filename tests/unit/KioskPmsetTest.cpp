@@ -6,8 +6,8 @@
 
 #include "settings/KioskPower.h"
 #include "settings/KioskPowerApply.h"
+#include "tests/unit/OutputRules.h"
 #include "tests/unit/Random.h"
-#include "tests/unit/Spaces.h"
 #include "tests/unit/WrittenPatterns.h"
 
 namespace {
@@ -209,26 +209,6 @@ TEST(PmsetSettings, NeedSpaceBetweenNameAndNumber) {
   EXPECT_EQ(KioskPowerParsePmset("displaysleep 2\nSleep 1"), std::nullopt);
 }
 
-// The library's patterns know ASCII alone, so that other characters take part as a blank or as a
-// letter.
-std::string InAscii(const std::string& line) {
-  std::string text = Replaced(line, kWhiteSpace, ' ');
-  std::replace_if(
-      text.begin(), text.end(), [](char c) { return (c & 0x80) != 0; }, 'z');
-  return text;
-}
-
-std::optional<Json> SettingsByThePattern(const std::string& text) {
-  Json settings = Json::object();
-  for (const std::string& line : LinesOf(text)) {
-    for (const char* key : {"displaysleep", "sleep"}) {
-      const std::optional<std::string> digits = PowerSettingByPattern(InAscii(line), key);
-      if (digits && !settings.contains(key)) settings[key] = std::stoi(*digits);
-    }
-  }
-  return settings.size() == 2 ? std::optional(settings) : std::nullopt;
-}
-
 std::string NearlySetting(Random& random) {
   static const std::vector<std::string> spaces{"", " ", "\t", "  ", "\u00A0", " \u2003"};
   static const std::vector<std::string> keys{"sleep",        "displaysleep", "sleep",
@@ -251,7 +231,7 @@ TEST(PmsetSettings, AgreeWithThePatternOnRandomOutput) {
     for (std::size_t lines = random.below(9); lines > 0; --lines) {
       text += NearlySetting(random) + random.pick(newlines);
     }
-    const std::optional<Json> expected = SettingsByThePattern(text);
+    const std::optional<Json> expected = PowerSettingsByPattern(text);
     found += expected ? 1 : 0;
     ASSERT_EQ(KioskPowerParsePmset(text), expected) << testing::PrintToString(text);
   }

@@ -4,7 +4,7 @@
 
 #include "core/KioskJson.h"
 #include "settings/KioskPower.h"
-#include "tests/unit/PolicyRules.h"
+#include "tests/unit/PolicyTables.h"
 #include "tests/unit/RandomJson.h"
 
 namespace {
@@ -153,37 +153,6 @@ TEST(PowerPolicy, DropsUnknownKeys) {
   EXPECT_EQ(KioskPowerParse(policy), Default());
 }
 
-std::optional<Json> ScheduleByTheTables(const Json& given) {
-  if (!given.is_object()) return std::nullopt;
-  Json schedule = Default()["schedule"];
-  for (const char* key : {"enabled", "sleepAt", "wakeAt", "days"}) {
-    if (Has(given, key)) schedule[key] = given.at(key);
-  }
-  const std::optional<int> sleepAt = MinuteOfDay(schedule["sleepAt"]);
-  const std::optional<int> wakeAt = MinuteOfDay(schedule["wakeAt"]);
-  const std::optional<Json> days = Weekdays(schedule["days"]);
-  if (!schedule["enabled"].is_boolean() || !sleepAt || !wakeAt || !days) return std::nullopt;
-  if (schedule["enabled"].get<bool>() && (days->empty() || *sleepAt == *wakeAt)) {
-    return std::nullopt;
-  }
-  schedule["days"] = *days;
-  return schedule;
-}
-
-std::optional<Json> PolicyByTheTables(const Json& given) {
-  if (!given.is_object()) return std::nullopt;
-  Json policy = Json::object();
-  for (const char* key : {"screenOffMinutes", "sleepMinutes"}) {
-    if (!Has(given, key) || !IsNumberIn(given.at(key), 0, 240)) return std::nullopt;
-    policy[key] = given.at(key).get<int>();
-  }
-  const std::optional<Json> schedule =
-      ScheduleByTheTables(Has(given, "schedule") ? given.at("schedule") : Json::object());
-  if (!schedule) return std::nullopt;
-  policy["schedule"] = *schedule;
-  return policy;
-}
-
 Json NearlyPolicy(Random& random) {
   static const std::vector<Json> minutes{0, 15, 240, 30.0, 1, 60, 120, 239, 241, -1, 15.5};
   static const std::vector<Json> flags{true, false, true, false, true, false, 1};
@@ -205,7 +174,7 @@ TEST(PowerPolicy, AgreesWithTheTablesOnRandomPolicies) {
   int accepted = 0;
   for (int round = 0; round < 6'000; ++round) {
     const Json given = NearlyPolicy(random);
-    const std::optional<Json> expected = PolicyByTheTables(given);
+    const std::optional<Json> expected = PowerByTheTables(given);
     const std::optional<Json> policy = KioskPowerParse(given);
     ASSERT_EQ(policy, expected) << given;
     if (!policy) continue;
@@ -221,7 +190,7 @@ TEST(PowerPolicy, RefusesOrParsesWhateverTheValueIs) {
   Random random(15);
   for (int round = 0; round < 2'000; ++round) {
     const Json given = AnyJson(random, 4);
-    ASSERT_EQ(KioskPowerParse(given), PolicyByTheTables(given)) << given;
+    ASSERT_EQ(KioskPowerParse(given), PowerByTheTables(given)) << given;
   }
 }
 

@@ -1,15 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 
 #include "core/KioskJson.h"
 #include "settings/KioskProxy.h"
-#include "tests/unit/NetworkRules.h"
-#include "tests/unit/PolicyRules.h"
+#include "tests/unit/ProxyRules.h"
 #include "tests/unit/RandomJson.h"
-#include "tests/unit/Spaces.h"
-#include "tests/unit/WrittenPatterns.h"
 
 namespace {
 
@@ -293,100 +289,6 @@ TEST(Bypass, HasUpTo64DistinctEntries) {
   EXPECT_EQ(Bypass(entries)->size(), 64U);
   entries.push_back("h64");
   EXPECT_EQ(Bypass(entries), std::nullopt);
-}
-
-bool HostByTheRule(const std::string& text) {
-  if (text.empty() || text.size() >= 254) return false;
-  if (MatchesNumericHostPattern(text)) return QuadByTheList(text).has_value();
-  return MatchesHostLabelsPattern(text);
-}
-
-std::string Lower(std::string text) {
-  for (char& c : text) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + 32);
-  }
-  return text;
-}
-
-// A blank within an entry is refused whatever it was in the text.
-std::string Trimmed(const std::string& text) {
-  const std::string blanked = Blanked(text);
-  const std::size_t first = std::min(blanked.find_first_not_of(' '), blanked.size());
-  return blanked.substr(first, blanked.find_last_not_of(' ') + 1 - first);
-}
-
-std::optional<Json> AutomaticByTheRules(const Json& given) {
-  if (!given.is_string()) return std::nullopt;
-  const std::optional<WebAddress> url = WebAddressByPattern(given.get<std::string>());
-  if (!url || !HostByTheRule(Lower(url->host))) return std::nullopt;
-  if (url->port.size() > 1) {
-    const long port = std::stol(url->port.substr(1));
-    if (port < 1 || port > 65'535) return std::nullopt;
-  }
-  return Auto(Lower(url->scheme) + "://" + Lower(url->host) + url->port + url->rest);
-}
-
-bool AddServerByTheRules(const Json& given, Json& proxy) {
-  if (!given.is_string() || given.get<std::string>().size() > 300) return false;
-  std::string text = Lower(given.get<std::string>());
-  if (text.rfind("http://", 0) == 0) text = text.substr(7);
-  if (text.rfind("https://", 0) == 0) text = text.substr(8);
-  if (!text.empty() && text.back() == '/') text.pop_back();
-  const std::vector<std::string> parts = SplitAt(text, ':');
-  if (parts.size() != 2 || !HostByTheRule(parts[0])) return false;
-  if (!MatchesPortPattern(parts[1]) || std::stoi(parts[1]) >= 65'536) return false;
-  proxy["host"] = parts[0];
-  proxy["port"] = std::stoi(parts[1]);
-  return true;
-}
-
-bool IsEntryByTheRules(const std::string& entry) {
-  if (entry.size() > 253) return false;
-  if (MatchesAddressBlockPattern(entry)) {
-    const std::vector<std::string> parts = SplitAt(entry, '/');
-    const int prefix = std::stoi(parts[1]);
-    return QuadByTheList(parts[0]) && prefix >= 1 && prefix <= 32;
-  }
-  return HostByTheRule(entry.rfind("*.", 0) == 0 ? entry.substr(2) : entry);
-}
-
-/// The elements of a "bypass", whichever of its forms it has.
-std::optional<Json> EntriesOf(const Json& given) {
-  if (given.is_null()) return Json::array();
-  if (given.is_array()) return given;
-  if (!given.is_string()) return std::nullopt;
-  std::string text = Blanked(given.get<std::string>());
-  std::replace_if(
-      text.begin(), text.end(), [](char c) { return c == ';' || c == ','; }, ' ');
-  return Json(SplitAt(text, ' '));
-}
-
-bool AddBypassByTheRules(const Json& given, Json& proxy) {
-  const std::optional<Json> entries = EntriesOf(given);
-  if (!entries) return false;
-  proxy["bypass"] = Json::array();
-  proxy["excludeSimple"] = false;
-  for (const Json& element : *entries) {
-    if (!element.is_string()) return false;
-    const std::string entry = Lower(Trimmed(element.get<std::string>()));
-    if (entry == "<local>") proxy["excludeSimple"] = true;
-    if (entry.empty() || entry == "<local>") continue;
-    if (!IsEntryByTheRules(entry)) return false;
-    Json& kept = proxy["bypass"];
-    if (std::count(kept.begin(), kept.end(), entry) == 0) kept.push_back(entry);
-  }
-  return proxy["bypass"].size() <= 64;
-}
-
-std::optional<Json> ProxyByTheRules(const Json& given) {
-  const Json mode = KioskMember(given, "mode");
-  if (mode == "none") return Json{{"mode", "none"}};
-  if (mode == "auto") return AutomaticByTheRules(KioskMember(given, "pacUrl"));
-  if (mode != "manual") return std::nullopt;
-  Json proxy = {{"mode", "manual"}};
-  if (!AddServerByTheRules(KioskMember(given, "server"), proxy)) return std::nullopt;
-  if (!AddBypassByTheRules(KioskMember(given, "bypass"), proxy)) return std::nullopt;
-  return proxy;
 }
 
 std::string NearlyHost(Random& random) {

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "core/KioskText.h"
+#include "tests/unit/OutputRules.h"
 #include "tests/unit/Random.h"
-#include "tests/unit/Spaces.h"
 #include "tests/unit/UpdatePatterns.h"
 #include "updates/KioskSoftwareUpdate.h"
 
@@ -423,41 +423,6 @@ TEST(UpdateList, MayHaveVeryLongLines) {
             Json::array({Update(label, label, 0, false)}));
 }
 
-/// The bytes of a size as digits and unit, saturated.
-std::int64_t Bytes(const UpdateSize& size) {
-  long double bytes = std::stold(size.digits);
-  const char unit = size.unit.empty() ? 'B' : size.unit[0];
-  if (unit == 'K') bytes *= kKilo;
-  if (unit == 'M') bytes *= kMega;
-  if (unit == 'G') bytes *= kGiga;
-  if (bytes >= 9'223'372'036'854'775'807.0L) return kLargest;
-  return static_cast<std::int64_t>(bytes);
-}
-
-void ReadByThePatterns(Json& update, const std::string& line) {
-  if (const auto named = UpdateTitleByPattern(line)) {
-    const bool said = named->title.find(named->version) != std::string::npos;
-    update["title"] = said ? named->title : named->title + " " + named->version;
-  }
-  if (const auto size = UpdateSizeByPattern(line)) update["sizeBytes"] = Bytes(*size);
-  update["restartRequired"] = line.find("Action: restart") != std::string::npos ||
-                              line.find("[restart]") != std::string::npos;
-}
-
-Json ListByThePatterns(const std::string& text) {
-  Json updates = Json::array();
-  for (const std::string& given : LinesOf(text)) {
-    const std::string line = TrimmedByPattern(given);
-    if (const auto label = UpdateLabelByPattern(line)) {
-      const std::string name = TrimmedByPattern(*label);
-      updates.push_back(Update(name, name, 0, false));
-    } else if (!updates.empty() && line.rfind("Title:", 0) == 0) {
-      ReadByThePatterns(updates.back(), line);
-    }
-  }
-  return updates;
-}
-
 std::string NearlyLabelLine(Random& random) {
   static const std::vector<std::string> starts{
       "* Label: ", "* Label: ", "* Label: ",    "* Label: ",
@@ -502,7 +467,7 @@ TEST(UpdateList, AgreesWithThePatternsOnRandomLists) {
   int sizes = 0;
   for (int round = 0; round < 4'000; ++round) {
     const std::string text = NearlyList(random);
-    const Json expected = ListByThePatterns(text);
+    const Json expected = UpdatesByPattern(text);
     ASSERT_EQ(KioskSoftwareUpdateParse(text), expected) << testing::PrintToString(text);
     for (const Json& update : expected) {
       titles += update["title"] == update["id"] ? 0 : 1;

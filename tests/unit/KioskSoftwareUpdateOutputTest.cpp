@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "core/KioskText.h"
+#include "tests/unit/OutputRules.h"
 #include "tests/unit/Random.h"
 #include "tests/unit/Spaces.h"
 #include "tests/unit/UpdatePatterns.h"
@@ -90,19 +91,12 @@ TEST(UpdateProgress, IsFoundInManyReadings) {
   EXPECT_EQ(KioskSoftwareUpdateProgress(text), 99.5);
 }
 
-double ProgressByThePattern(const std::string& text) {
-  const std::optional<std::string> last = LastPercentageByPattern(text);
-  if (!last) return -1.0;
-  const double percent = std::stod(*last);
-  return percent <= 100 ? percent : -1.0;
-}
-
 TEST(UpdateProgress, AgreesWithThePatternOnRandomText) {
   Random random(56);
   int found = 0;
   for (int round = 0; round < 30'000; ++round) {
     const std::string text = random.text("0011259...%% x\n", random.below(14));
-    const double expected = ProgressByThePattern(text);
+    const double expected = ProgressByPattern(text);
     found += expected >= 0 ? 1 : 0;
     ASSERT_EQ(KioskSoftwareUpdateProgress(text), expected) << testing::PrintToString(text);
   }

@@ -4,8 +4,8 @@
 
 #include "platform/Calendar.h"
 #include "settings/KioskTime.h"
+#include "tests/unit/OutputRules.h"
 #include "tests/unit/Random.h"
-#include "tests/unit/Spaces.h"
 #include "tests/unit/WrittenPatterns.h"
 
 namespace {
@@ -132,13 +132,6 @@ TEST(ClockOffset, LeavesTheResultAloneWhenThereIsNone) {
   EXPECT_EQ(offsetMs, 42);
 }
 
-std::optional<double> OffsetByThePattern(const std::string& text) {
-  for (const std::string& line : LinesOf(text)) {
-    if (const auto number = ClockOffsetByPattern(line)) return std::stod(*number) * 1000;
-  }
-  return std::nullopt;
-}
-
 std::string NearlyOffset(Random& random) {
   static const std::vector<std::string> starts{"", "+", "-", "+", " ", "x"};
   static const std::vector<std::string> fractions{"", ".", ".5", ".0125", "."};
@@ -160,7 +153,7 @@ TEST(ClockOffset, AgreesWithThePatternOnRandomOutput) {
     for (std::size_t lines = random.below(6); lines > 0; --lines) {
       text += NearlyOffset(random) + random.pick(newlines);
     }
-    const std::optional<double> expected = OffsetByThePattern(text);
+    const std::optional<double> expected = OffsetByPattern(text);
     found += expected ? 1 : 0;
     ASSERT_EQ(Offset(text), expected) << testing::PrintToString(text);
   }
@@ -220,18 +213,6 @@ TEST(TimeServer, HasANameOfUpTo253Characters) {
   EXPECT_EQ(Server("Network Time Server: " + name + "a"), std::nullopt);
 }
 
-std::optional<std::string> ServerByThePattern(const std::string& text) {
-  const std::string label = "Network Time Server:";
-  const std::size_t at = text.find(label);
-  if (at == std::string::npos) return std::nullopt;
-  for (const std::string& word : SplitAt(Blanked(text.substr(at + label.size())), ' ')) {
-    if (word.empty()) continue;
-    if (word.size() >= 254 || !MatchesTimeServerPattern(word)) return std::nullopt;
-    return word;
-  }
-  return std::nullopt;
-}
-
 TEST(TimeServer, AgreesWithThePatternOnRandomOutput) {
   static const std::vector<std::string> pieces{"Network Time Server:",
                                                "Network Time Server",
@@ -256,7 +237,7 @@ TEST(TimeServer, AgreesWithThePatternOnRandomOutput) {
     for (std::size_t count = random.below(4); count > 0; --count) text += random.pick(pieces);
     if (!random.oneIn(8)) text += "Network Time Server: ";
     for (std::size_t count = random.below(5); count > 0; --count) text += random.pick(pieces);
-    const std::optional<std::string> expected = ServerByThePattern(text);
+    const std::optional<std::string> expected = TimeServerByPattern(text);
     found += expected ? 1 : 0;
     ASSERT_EQ(Server(text), expected) << testing::PrintToString(text);
   }

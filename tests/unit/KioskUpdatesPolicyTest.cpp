@@ -3,7 +3,7 @@
 #include <string>
 
 #include "core/KioskJson.h"
-#include "tests/unit/PolicyRules.h"
+#include "tests/unit/PolicyTables.h"
 #include "tests/unit/RandomJson.h"
 #include "updates/KioskUpdates.h"
 
@@ -99,34 +99,6 @@ TEST(UpdatesPolicy, DropsUnknownKeys) {
   EXPECT_EQ(KioskUpdatesParse(policy), Default());
 }
 
-std::optional<Json> WindowByTheTables(const Json& given) {
-  if (!given.is_object() || !Has(given, "start") || !Has(given, "end")) return std::nullopt;
-  if (!MinuteOfDay(given.at("start")) || !MinuteOfDay(given.at("end"))) return std::nullopt;
-  const Json everyDay{0, 1, 2, 3, 4, 5, 6};
-  const std::optional<Json> days = Weekdays(Has(given, "days") ? given.at("days") : everyDay);
-  if (!days || days->empty()) return std::nullopt;
-  Json window = Json::object();
-  window["start"] = given.at("start");
-  window["end"] = given.at("end");
-  window["days"] = *days;
-  return window;
-}
-
-std::optional<Json> PolicyByTheTables(const Json& given) {
-  if (!given.is_object()) return std::nullopt;
-  Json policy = Default();
-  if (Has(given, "automatic")) {
-    if (!given.at("automatic").is_boolean()) return std::nullopt;
-    policy["automatic"] = given.at("automatic");
-  }
-  if (Has(given, "window")) {
-    const std::optional<Json> window = WindowByTheTables(given.at("window"));
-    if (!window) return std::nullopt;
-    policy["window"] = *window;
-  }
-  return policy;
-}
-
 Json NearlyPolicy(Random& random) {
   Json window = Json::object();
   UsuallyPut(random, window, "start", UsuallyOneOf(random, {NearlyClock(random)}));
@@ -144,7 +116,7 @@ TEST(UpdatesPolicy, AgreesWithTheTablesOnRandomPolicies) {
   int accepted = 0;
   for (int round = 0; round < 6'000; ++round) {
     const Json given = NearlyPolicy(random);
-    const std::optional<Json> expected = PolicyByTheTables(given);
+    const std::optional<Json> expected = UpdatesByTheTables(given);
     const std::optional<Json> policy = KioskUpdatesParse(given);
     ASSERT_EQ(policy, expected) << given;
     if (!policy) continue;
@@ -160,7 +132,7 @@ TEST(UpdatesPolicy, RefusesOrParsesWhateverTheValueIs) {
   Random random(17);
   for (int round = 0; round < 2'000; ++round) {
     const Json given = AnyJson(random, 4);
-    ASSERT_EQ(KioskUpdatesParse(given), PolicyByTheTables(given)) << given;
+    ASSERT_EQ(KioskUpdatesParse(given), UpdatesByTheTables(given)) << given;
   }
 }
 

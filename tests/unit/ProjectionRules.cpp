@@ -1,4 +1,4 @@
-#include "tests/fuzz/ProjectionRules.h"
+#include "tests/unit/ProjectionRules.h"
 
 #include <cmath>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "tests/fuzz/NetworkRequestRules.h"
+#include "tests/unit/NetworkRequestRules.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "tests/fuzz/ProxyRules.h"
+#include "tests/unit/ProxyRules.h"
 
 #include <algorithm>
 #include <vector>

@@ -1,4 +1,4 @@
-#include "tests/fuzz/PolicyTables.h"
+#include "tests/unit/PolicyTables.h"
 
 #include <algorithm>
 #include <ctime>

@@ -1,4 +1,4 @@
-#include "tests/fuzz/OutputRules.h"
+#include "tests/unit/OutputRules.h"
 
 #include <algorithm>
 #include <cstdint>
