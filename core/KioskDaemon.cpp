@@ -31,14 +31,20 @@ void MakeDirectory(const char* path, mode_t mode) {
   static_cast<void>(fchmod(KioskDescriptor(open(path, kKioskDirectoryFlags)).get(), mode));
 }
 
+bool IsOwnSession(const Json& snapshot, std::uint32_t peerUid) {
+  const Json& uid = KioskMember(snapshot, "uid");
+  return uid.is_number() && uid.get<std::uint32_t>() == peerUid;
+}
+
+Json StatusReply(Json snapshot, bool isOwnSession) {
+  snapshot.erase("uid");  // the account's uid never leaves the daemon
+  snapshot["kioskSession"] = isOwnSession ? 1 : 0;
+  return snapshot;
+}
+
 }  // namespace
 
 KioskDaemon::KioskDaemon() : _queue(kKioskServiceName) {}
-
-std::shared_ptr<const Json> KioskDaemon::published() const {
-  const std::lock_guard lock(_publishedLock);
-  return _published;
-}
 
 std::optional<std::string> KioskDaemon::string(const char* key) const {
   const Json& value = KioskMember(_state, key);
@@ -97,17 +103,42 @@ void KioskDaemon::save() {
 void KioskDaemon::publish() {
   static const Json defaultSignIn = KioskDefaultSignIn();
   const Json& signIn = KioskMember(_state, "signIn");
-  auto snapshot =
-      std::make_shared<Json>(Json{{"ok", true},
-                                  {"enrolled", string("token") ? 1 : 0},
-                                  {"provisioned", flag("provisioned")},
-                                  {"maintenance", flag("maintenance")},
-                                  {"account", kKioskAccountName},
-                                  {"terminalName", string("terminalName").value_or("")},
-                                  {"signIn", signIn.is_object() ? signIn : defaultSignIn}});
-  if (const std::optional<std::string> error = string("lastError")) (*snapshot)["error"] = *error;
+  Json snapshot{{"ok", true},
+                {"enrolled", string("token") ? 1 : 0},
+                {"provisioned", flag("provisioned")},
+                {"maintenance", flag("maintenance")},
+                {"account", kKioskAccountName},
+                {"terminalName", string("terminalName").value_or("")},
+                {"signIn", signIn.is_object() ? signIn : defaultSignIn}};
+  if (const std::optional<std::string> error = string("lastError")) snapshot["error"] = *error;
   uid_t uid = 0;
-  if (ownAccount(&uid)) (*snapshot)["uid"] = static_cast<std::uint32_t>(uid);
+  if (ownAccount(&uid)) snapshot["uid"] = static_cast<std::uint32_t>(uid);
+  std::string ownText = KioskReplyText(StatusReply(snapshot, true));
+  std::string othersText = KioskReplyText(StatusReply(snapshot, false));
+  auto published = std::make_shared<const Published>(
+      Published{std::move(snapshot), std::move(ownText), std::move(othersText)});
   const std::lock_guard lock(_publishedLock);
-  _published = std::move(snapshot);
+  _published = std::move(published);
+}
+
+std::shared_ptr<const KioskDaemon::Published> KioskDaemon::lastPublished() const {
+  const std::lock_guard lock(_publishedLock);
+  return _published;
+}
+
+std::shared_ptr<const Json> KioskDaemon::published() const {
+  const std::shared_ptr<const Published> last = lastPublished();
+  return last ? std::shared_ptr<const Json>(last, &last->snapshot) : nullptr;
+}
+
+Json KioskDaemon::status(std::uint32_t peerUid) const {
+  const std::shared_ptr<const Published> last = lastPublished();
+  return last ? StatusReply(last->snapshot, IsOwnSession(last->snapshot, peerUid))
+              : StatusReply(KioskFailure("starting"), false);
+}
+
+std::string KioskDaemon::statusText(std::uint32_t peerUid) const {
+  const std::shared_ptr<const Published> last = lastPublished();
+  if (!last) return KioskReplyText(status(peerUid));
+  return IsOwnSession(last->snapshot, peerUid) ? last->ownText : last->othersText;
 }

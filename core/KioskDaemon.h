@@ -65,6 +65,9 @@ class KioskDaemon : public std::enable_shared_from_this<KioskDaemon> {
   /// The published snapshot as the peer with effective user id `peerUid` may see it. Any thread.
   Json status(std::uint32_t peerUid) const;
 
+  /// The text of that reply, which was made when the snapshot was published. Any thread.
+  std::string statusText(std::uint32_t peerUid) const;
+
   // --- portal: check-in --------------------------------------------------------------------------
 
   /// Reports to the portal and applies its answer. Blocks for the exchange.
@@ -239,6 +242,15 @@ class KioskDaemon : public std::enable_shared_from_this<KioskDaemon> {
   std::uint64_t _powerAppliedNs = 0;  // monotonic time of the last apply; 0 for none
   platform::Queue _queue;
 
+  // What was last published: the snapshot, and the text of "status" for the kiosk account's session
+  // and for everybody else.
+  struct Published {
+    Json snapshot;
+    std::string ownText;
+    std::string othersText;
+  };
+  std::shared_ptr<const Published> lastPublished() const;
+
   mutable std::mutex _publishedLock;
-  std::shared_ptr<const Json> _published;  // replaced whole, never changed in place
+  std::shared_ptr<const Published> _published;  // replaced whole, never changed in place
 };

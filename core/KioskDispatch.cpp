@@ -63,13 +63,3 @@ Json KioskDaemon::handle(const Json& request, KioskPeer peer) {
   if (command == kCommands.end()) return KioskFailure("unknown_command");
   return command->handler(*this, request, peer);
 }
-
-Json KioskDaemon::status(std::uint32_t peerUid) const {
-  const std::shared_ptr<const Json> snapshot = published();
-  Json reply = snapshot ? *snapshot : KioskFailure("starting");
-  const Json& uid = KioskMember(reply, "uid");
-  const bool ownSession = uid.is_number() && uid.get<std::uint32_t>() == peerUid;
-  reply.erase("uid");  // the account's uid never leaves the daemon
-  reply["kioskSession"] = ownSession ? 1 : 0;
-  return reply;
-}

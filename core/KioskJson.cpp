@@ -55,6 +55,10 @@ std::optional<std::string> KioskJsonText(const Json& value) {
   }
 }
 
+std::string KioskReplyText(const Json& reply) {
+  return KioskJsonText(reply).value_or(R"({"ok":false})");
+}
+
 const Json& KioskMember(const Json& object, const char* key) {
   static const Json null;
   const auto found = object.find(key);

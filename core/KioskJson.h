@@ -15,6 +15,9 @@ std::optional<Json> KioskJsonParse(std::string_view text);
 /// Compact JSON with sorted keys. Nothing when a string is not UTF-8. Any thread.
 std::optional<std::string> KioskJsonText(const Json& value);
 
+/// What is sent for a reply: its text, or a bare failure where it has none. Any thread.
+std::string KioskReplyText(const Json& reply);
+
 /// The member of an object, or null when there is none or `object` is not one.
 const Json& KioskMember(const Json& object, const char* key);
 

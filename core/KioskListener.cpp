@@ -23,8 +23,8 @@ constexpr char kPeerRequirement[] =
     "anchor apple generic and identifier \"com.brindlex.stream\" and "
     "certificate leaf[subject.OU] = \"Q4ZT8K2M6R\"";
 
-void SendReply(const ChannelPeer& peer, ChannelReply reply, const Json& response) {
-  reply.setString("response", KioskReplyText(response));
+void SendReply(const ChannelPeer& peer, ChannelReply reply, const std::string& response) {
+  reply.setString("response", response);
   peer.send(reply);
 }
 
@@ -37,13 +37,13 @@ void HandleMessage(const ChannelPeer& peer, const std::shared_ptr<KioskDaemon>& 
   std::optional<Json> request = isReadable ? KioskJsonParse(*text) : std::nullopt;
   const KioskPeer sender{peer.euid(), peer.asid()};
   if (!request || !request->is_object()) {
-    SendReply(peer, *reply, KioskFailure("bad_request"));
+    SendReply(peer, *reply, KioskReplyText(KioskFailure("bad_request")));
   } else if (KioskMember(*request, "cmd") == "status") {
     // Answered here, so that a command that keeps the work queue busy never holds it up.
-    SendReply(peer, *reply, daemon->status(sender.uid));
+    SendReply(peer, *reply, daemon->statusText(sender.uid));
   } else {
     daemon->queue().async([daemon, peer, sender, reply = *reply, request = std::move(*request)] {
-      SendReply(peer, reply, daemon->handle(request, sender));
+      SendReply(peer, reply, KioskReplyText(daemon->handle(request, sender)));
     });
   }
 }
@@ -82,10 +82,6 @@ void HandleListenerEvent(const std::shared_ptr<KioskDaemon>& daemon,
 }
 
 }  // namespace
-
-std::string KioskReplyText(const Json& response) {
-  return KioskJsonText(response).value_or(R"({"ok":false})");
-}
 
 platform::ChannelListener KioskListen(const std::shared_ptr<KioskDaemon>& daemon) {
   platform::ChannelListener listener(kKioskServiceName, platform::Queue(kListenerQueueLabel));

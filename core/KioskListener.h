@@ -2,14 +2,9 @@
 #pragma once
 
 #include <memory>
-#include <string>
 
 #include "core/KioskDaemon.h"
 #include "platform/Channel.h"
-#include "platform/Json.h"
-
-/// What is sent for `response`: its text, or a bare failure where it has none. Any thread.
-std::string KioskReplyText(const Json& response);
 
 /// Opens the command channel and serves `daemon` on it for as long as the result lives. Peers that
 /// do not satisfy the code-signing requirement are never heard. When the service is not registered

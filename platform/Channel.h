@@ -59,7 +59,8 @@ using ChannelPeerEvent = std::variant<ChannelMessage, ChannelError>;
 
 /// One connection from a peer. Copies name the same connection; it stays alive until the peer goes
 /// or it is cancelled, whichever comes first, and the handler is released then. Events are
-/// delivered one at a time on the connection's own queue. Any thread.
+/// delivered one at a time, in their order. Natively each connection has a queue of its own; on the
+/// simulated Mac they share a thread, so a handler must never wait for anything. Any thread.
 class ChannelPeer {
  public:
   pid_t pid() const;           ///< Native: xpc_connection_get_pid.

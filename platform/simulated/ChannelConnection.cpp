@@ -1,6 +1,7 @@
 #include "platform/simulated/ChannelConnection.h"
 
 #include <asio/buffer.hpp>
+#include <asio/dispatch.hpp>
 #include <asio/post.hpp>
 #include <asio/write.hpp>
 #include <cerrno>
@@ -19,10 +20,7 @@ void PendingMessage::release() {
 
 ChannelPeer::Impl::Impl(Descriptor connected, PeerIdentity peer,
                         std::unique_ptr<ConnectionTicket> ticket)
-    : _identity(std::move(peer)),
-      _queue("channel peer " + std::to_string(_identity.pid)),
-      _socket(ChannelNetwork()),
-      _ticket(std::move(ticket)) {
+    : _identity(std::move(peer)), _socket(ChannelNetwork()), _ticket(std::move(ticket)) {
   std::error_code error;
   _socket.assign(asio::local::stream_protocol(), connected.get(), error);
   if (!error) (void)connected.release();  // else the socket stays closed and the first read fails
@@ -65,25 +63,25 @@ void ChannelPeer::Impl::send(const ChannelReply& reply) {
   if (impl->connection != this || impl->sent.exchange(true)) return;
   std::optional<std::string> bytes = EncodeReply(impl->number, impl->entries);
   if (!bytes) return cancel();  // a peer must not wait for a reply that cannot be sent
-  asio::post(ChannelNetwork(), [self = shared_from_this(), text = std::move(*bytes)]() mutable {
+  asio::dispatch(ChannelNetwork(), [self = shared_from_this(), text = std::move(*bytes)]() mutable {
     self->enqueue(std::move(text));
   });
   impl->pending->release();
 }
 
 void ChannelPeer::Impl::messageDone(std::size_t bytes) {
-  asio::post(ChannelNetwork(), [self = shared_from_this(), bytes] {
+  asio::dispatch(ChannelNetwork(), [self = shared_from_this(), bytes] {
     --self->_pendingMessages;
     self->_pendingBytes -= bytes;
-    if (!self->_closed && !self->_waiting) self->takeFrames();
+    if (!self->_held || self->_closed || self->stalled()) return;
+    self->_held = false;
+    self->takeFrames();
   });
 }
 
 void ChannelPeer::Impl::waitForInput() {
-  _waiting = true;
   _socket.async_wait(asio::socket_base::wait_read,
                      [self = shared_from_this()](const std::error_code& error) {
-                       self->_waiting = false;
                        if (self->_closed) return;
                        return error ? self->close() : self->takeInput();
                      });
@@ -97,7 +95,7 @@ void ChannelPeer::Impl::takeInput() {
   if (error == asio::error::would_block) return waitForInput();
   if (error) return close();
   if (_refused) {
-    deliver(ChannelError::kPeerCodeSigningRequirement);
+    handle(ChannelError::kPeerCodeSigningRequirement);
     return close();
   }
   _input.append(buffer, count);
@@ -116,7 +114,8 @@ void ChannelPeer::Impl::takeFrames() {
   if (_closed) return;
   _input.erase(0, _input.size() - rest.size());
   if (_input.empty()) _input.shrink_to_fit();
-  if (!stalled()) waitForInput();
+  _held = stalled();
+  if (!_held) waitForInput();
 }
 
 void ChannelPeer::Impl::takeFrame(Frame frame) {
@@ -124,7 +123,7 @@ void ChannelPeer::Impl::takeFrame(Frame frame) {
   ++_pendingMessages;
   _pendingBytes += bytes;
   auto pending = std::make_shared<PendingMessage>(weak_from_this(), bytes);
-  deliver(ChannelMessage(std::shared_ptr<ChannelMessage::Impl>(
+  handle(ChannelMessage(std::shared_ptr<ChannelMessage::Impl>(
       new ChannelMessage::Impl{std::move(frame), std::move(pending), this})));
 }
 
@@ -134,10 +133,20 @@ bool ChannelPeer::Impl::stalled() const {
 
 void ChannelPeer::Impl::enqueue(std::string bytes) {
   if (_closed) return;
+  if (_output.empty() && !sendAtOnce(bytes)) return close();
+  if (bytes.empty()) return;
   if (bytes.size() > kMaximumUnsentBytes - _unsentBytes) return close();
   _unsentBytes += bytes.size();
   _output.push_back(std::move(bytes));
   if (_output.size() == 1) sendNext();
+}
+
+// As a rule the peer's buffer has room, and nothing is left to wait for.
+bool ChannelPeer::Impl::sendAtOnce(std::string& bytes) {
+  std::error_code error;
+  const std::size_t count = _socket.write_some(asio::buffer(bytes), error);
+  bytes.erase(0, count);
+  return !error || error == asio::error::would_block;
 }
 
 void ChannelPeer::Impl::sendNext() {
@@ -165,12 +174,8 @@ void ChannelPeer::Impl::close() {
   _socket.close(ignored);
   _ticket.reset();
   _input = std::string();
-  _queue.async([self = shared_from_this()] { self->handleEnd(); });
+  asio::post(ChannelNetwork(), [self = shared_from_this()] { self->handleEnd(); });
   _self.reset();
-}
-
-void ChannelPeer::Impl::deliver(ChannelPeerEvent event) {
-  _queue.async([self = shared_from_this(), event = std::move(event)] { self->handle(event); });
 }
 
 void ChannelPeer::Impl::handle(const ChannelPeerEvent& event) {

@@ -51,8 +51,8 @@ struct ChannelReply::Impl {
   std::atomic<bool> sent = false;
 };
 
-/// One connection. Input and output happen on the network's thread, the handler runs on the
-/// connection's own queue. From activate() until it is closed, the connection owns itself.
+/// One connection. Input, output and the handler's calls happen on the network's thread. From
+/// activate() until it is closed, the connection owns itself.
 struct ChannelPeer::Impl : std::enable_shared_from_this<ChannelPeer::Impl> {
  public:
   using Handler = std::function<void(const ChannelPeerEvent&)>;
@@ -79,18 +79,15 @@ struct ChannelPeer::Impl : std::enable_shared_from_this<ChannelPeer::Impl> {
   void takeFrame(Frame frame);
   bool stalled() const;
   void enqueue(std::string bytes);
+  /// Takes what could be sent off `bytes`; false when the connection is broken.
+  bool sendAtOnce(std::string& bytes);
   void sendNext();
   void finishWrite(const std::error_code& error);
   void close();
-
-  void deliver(ChannelPeerEvent event);
-
-  // On the connection's queue.
   void handle(const ChannelPeerEvent& event);
   void handleEnd();
 
   const PeerIdentity _identity;
-  const Queue _queue;
   std::atomic<bool> _activated = false;
   std::atomic<bool> _cancelled = false;
   std::atomic<bool> _refused = false;  ///< the peer does not satisfy the requirement
@@ -103,7 +100,7 @@ struct ChannelPeer::Impl : std::enable_shared_from_this<ChannelPeer::Impl> {
   std::unique_ptr<ConnectionTicket> _ticket;
   std::shared_ptr<Impl> _self;
   bool _closed = false;
-  bool _waiting = false;  ///< a wait for input is under way
+  bool _held = false;  ///< reading has stopped until something that is pending is done with
   std::string _input;
   std::size_t _pendingMessages = 0;
   std::size_t _pendingBytes = 0;

@@ -1,4 +1,5 @@
-// The one thread that does the command channel's input and output, and its count of connections.
+// The one thread that does the command channel's input, output and handlers, and its count of
+// connections.
 #pragma once
 
 #include <sys/types.h>
@@ -8,8 +9,9 @@
 
 namespace platform {
 
-/// The channel's event loop with a thread of its own. Started on first use and never destroyed,
-/// because its thread may be running while the process exits.
+/// The channel's event loop with a thread of its own: requests are read, handled and answered on it
+/// without a change of threads. Started on first use and never destroyed, because its thread may be
+/// running while the process exits.
 asio::io_context& ChannelNetwork();
 
 /// One of the connections that the limits allow; given back by its destructor. Any thread.

@@ -49,7 +49,7 @@ bool matches(const Json& fault, const std::string& target,
 
 /// Held while the file is read and its uses are counted.
 Descriptor lockFaults() {
-  Descriptor lock(open(kMacFaultsLock, O_RDWR | O_CREAT | O_CLOEXEC, kFaultsMode));
+  Descriptor lock(open(kMacFaultsLock, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kFaultsMode));
   if (!lock.valid()) return lock;
   if (RetryInterrupted([&] { return flock(lock.get(), LOCK_EX); }) != 0) return Descriptor();
   return lock;

@@ -46,6 +46,10 @@ inline constexpr std::uint64_t kListenerDescriptors = 4096;
 /// How long a listener waits when the system has no descriptor left for a new connection.
 inline constexpr std::chrono::milliseconds kAcceptPause{100};
 
+/// Bytes of header lines of one HTTP exchange, those of its redirects and those behind a chunked
+/// body included.
+inline constexpr std::size_t kMaximumHeaderBytes = 256 * kKibibyte;
+
 /// Redirects that one HTTP exchange follows.
 inline constexpr long kMaximumRedirects = 16;
 

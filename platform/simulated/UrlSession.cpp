@@ -154,12 +154,22 @@ class Exchange {
   }
 
   static std::size_t onHeader(char*, std::size_t size, std::size_t count, void* self) {
-    static_cast<Exchange*>(self)->_lastByte = SteadyClock::now();
-    return size * count;
+    return static_cast<Exchange*>(self)->takeHeader(size * count);
   }
 
   static int onProgress(void* self, curl_off_t, curl_off_t received, curl_off_t, curl_off_t sent) {
     return static_cast<Exchange*>(self)->mayGoOn(received, sent) ? 0 : 1;
+  }
+
+  /// Counts header lines, and lines behind a body, which the library keeps without a limit.
+  std::size_t takeHeader(std::size_t bytes) {
+    _lastByte = SteadyClock::now();
+    if (bytes > kMaximumHeaderBytes - _headerBytes) {
+      _abortReason = kTooLarge;
+      return 0;
+    }
+    _headerBytes += bytes;
+    return bytes;
   }
 
   std::size_t takeBody(std::string_view bytes) {
@@ -220,6 +230,7 @@ class Exchange {
   char _error[CURL_ERROR_SIZE] = "";
   const char* _abortReason = nullptr;
   SteadyClock::time_point _lastByte;
+  std::size_t _headerBytes = 0;
   curl_off_t _received = 0;
   curl_off_t _sent = 0;
   UrlResult _result;

@@ -128,6 +128,15 @@ TEST_F(Dispatch, TellsEverybodyElseThatTheSessionIsNotTheKioskAccounts) {
   }
 }
 
+TEST_F(Dispatch, HasStatusAsTextForWhomeverItIs) {
+  const auto unstarted = std::make_shared<KioskDaemon>();
+  EXPECT_EQ(Json::parse(unstarted->statusText(0)), unstarted->status(0));
+  startProvisioned();
+  for (const std::uint32_t uid : {0U, 501U, kioskUid()}) {
+    EXPECT_EQ(Json::parse(daemon->statusText(uid)), status(uid)) << uid;
+  }
+}
+
 TEST_F(Dispatch, DoesNotTakeAForeignAccountOfTheSameNameForItsOwn) {
   RunToEnd({"/usr/sbin/sysadminctl", "-addUser", "BrindlexKiosk"});
   startDaemon({{"generatedUID", "00000000-0000-0000-0000-000000000000"}});

@@ -172,32 +172,6 @@ TEST_F(Channel, TakesNoMoreMessagesWhileManyRepliesAreOwed) {
   owed.clear();
 }
 
-TEST_F(Channel, ServesOthersWhileOnePeerKeepsItsHandlerBusy) {
-  _service->activates = false;
-  _service->listen();
-  ChannelClient busy;
-  std::promise<void> release;
-  std::promise<void> entered;
-  const ChannelPeer peer = _service->peer(0);
-  peer.setEventHandler([&, peer](const ChannelPeerEvent& event) {
-    if (const auto* message = std::get_if<ChannelMessage>(&event)) {
-      entered.set_value();
-      release.get_future().wait();
-      ChannelService::answer(peer, *message);
-    } else {
-      ++_service->ended;
-    }
-  });
-  _service->activates = true;
-  _service->activate(peer);
-  auto late = busy.request("second");
-  entered.get_future().wait();
-  ChannelClient other;
-  EXPECT_EQ(other.request("third").get(), "third");
-  release.set_value();
-  EXPECT_EQ(late.get(), "second");
-}
-
 TEST_F(Channel, DeliversFromAPeerThatSatisfiesTheRequirement) {
   _service->requirement = kRequirement;
   _service->listen();

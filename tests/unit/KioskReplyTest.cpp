@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "core/KioskListener.h"
+#include "core/KioskJson.h"
 
 namespace {
 
