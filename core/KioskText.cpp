@@ -4,6 +4,8 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <ctime>
 
 namespace {
@@ -80,15 +82,27 @@ std::size_t SequenceLength(std::string_view bytes) {
   return lead.length;
 }
 
+// How far a text is ASCII, eight bytes at a time.
+std::size_t AsciiWordsLength(std::string_view bytes) {
+  constexpr std::uint64_t kHighBits = 0x8080808080808080;
+  std::size_t length = 0;
+  for (std::uint64_t word = 0; bytes.size() - length >= sizeof word; length += sizeof word) {
+    std::memcpy(&word, bytes.data() + length, sizeof word);
+    if ((word & kHighBits) != 0) break;
+  }
+  return length;
+}
+
 }  // namespace
 
 bool KioskIsUtf8(std::string_view bytes) {
-  while (!bytes.empty()) {
+  for (;;) {
+    bytes.remove_prefix(AsciiWordsLength(bytes));
+    if (bytes.empty()) return true;
     const std::size_t length = SequenceLength(bytes);
     if (length == 0) return false;
     bytes.remove_prefix(length);
   }
-  return true;
 }
 
 std::string_view KioskTrim(std::string_view text) { return TrimEnds(text, true); }
