@@ -4,6 +4,11 @@
 # make check  formatting, house rules, static analysis, the tests under the sanitizers, coverage
 # make fuzz   each fuzz harness for SECONDS (60) under the sanitizers
 # make bench  the benchmarks, one table (a few minutes; BENCH="status run" for some)
+# make budgets  instructions, allocations and sizes, which do not depend on the machine
+# make sanitized  the system tests with the daemon built for each sanitizer
+# make soak   a daemon under commands for SOAK_SECONDS (1200), watched for what grows
+# make years  YEARS (3) simulated years in each of three zones, the portal always there
+# make kills  a busy daemon killed at KILLS (2000) random instants, and at every system call
 # make macos  the daemon for the Mac, cross-built into dist/
 # make native its side of the platform boundary, run here on doubles of the Mac's frameworks
 SHELL := /bin/bash
@@ -14,7 +19,7 @@ TEST_JOBS ?= $(shell echo $$(( $(JOBS) * 3 )))
 BUILD := build/release
 CTEST := ctest --output-on-failure --no-tests=error --parallel $(TEST_JOBS)
 
-.PHONY: run up test fuzz bench budgets macos native check format format-check tidy cppcheck house asan tsan coverage build packages clean
+.PHONY: run up test fuzz bench budgets sanitized soak years kills macos native check format format-check tidy cppcheck house asan tsan coverage build packages clean
 
 run: build
 	scripts/as-root simulator/story/story --build $(BUILD)
@@ -34,7 +39,7 @@ build: packages
 	@flock build/lock sh -c 'cmake --preset release >/dev/null && \
 	  cmake --build $(BUILD) --parallel $(JOBS)'
 
-check: format-check house cppcheck tidy coverage tsan budgets
+check: format-check house cppcheck tidy coverage tsan sanitized budgets
 SOURCES := $(shell git ls-files --cached --others --exclude-standard '*.cpp' '*.h' 2>/dev/null)
 DAEMON := core|portal|account|settings|updates
 PRODUCT := $(filter-out tests/%,$(filter %.cpp,$(SOURCES)))
@@ -95,6 +100,30 @@ fuzz: build
 	    2>build/$@/$$each.log || { tail -30 build/$@/$$each.log; exit 1; }; \
 	  grep -aE 'DONE|executed_units' build/$@/$$each.log; \
 	done
+
+# Everything but the daemon is plain in these Macs.
+sanitized: build
+	@for each in tsan asan; do \
+	  cmake --preset $$each >/dev/null; \
+	  cmake --build build/$$each --parallel $(JOBS) --target kioskd; \
+	  echo "== $$each"; \
+	  KIOSKD_HELPER=$(CURDIR)/build/$$each/bin/kioskd scripts/as-root $(CTEST) \
+	    --test-dir $(BUILD) --label-regex '^system_tests$$'; \
+	done
+
+# What takes too long for "make test", which does the same in small.
+SOAK_SECONDS ?= 1200
+soak: build
+	scripts/as-root tests/soak/soak --build $(BUILD) --seconds $(SOAK_SECONDS)
+
+YEARS ?= 3
+years: build
+	KIOSKD_YEAR_SEEDS=$(YEARS) KIOSKD_YEAR_ANSWERED=100 scripts/as-root $(BUILD)/bin/year_tests
+
+KILLS ?= 2000
+kills: build
+	KIOSKD_KILLS=$(KILLS) scripts/as-root $(BUILD)/bin/fault_tests \
+	  --gtest_filter='BusyDaemonTest.*:KilledDaemon.*'
 
 # Nothing else should run meanwhile. The table's figures go to build/release/bench.json as well.
 BENCH ?= status run save check_in branding start idle

@@ -2,10 +2,14 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <cstdio>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "account/KioskAccount.h"
 #include "account/KioskFiles.h"
@@ -64,14 +68,26 @@ bool IsOwnedBy(const KioskDescriptor& directory, uid_t uid) {
   return directory && fstat(directory.get(), &info) == 0 && info.st_uid == uid;
 }
 
-// Opens a directory inside `parent`, making it for the user when there is none. Nothing in the
-// result when it is no real directory of the user's.
+// Makes a directory inside `parent` for the user. It gets its name last: one that is not the user's
+// yet, because a step failed or the process ended in between, would be refused ever after.
+KioskDescriptor MakeOwned(const KioskDescriptor& parent, const char* name, uid_t uid, gid_t gid) {
+  const std::string temporary = "." + std::string(name) + ".tmp." + std::to_string(getpid());
+  static_cast<void>(unlinkat(parent.get(), temporary.c_str(), AT_REMOVEDIR));
+  if (mkdirat(parent.get(), temporary.c_str(), kHomeDirectoryMode) != 0) return {};
+  KioskDescriptor directory(openat(parent.get(), temporary.c_str(), kKioskDirectoryFlags));
+  if (directory && fchown(directory.get(), uid, gid) == 0 &&
+      renameat(parent.get(), temporary.c_str(), parent.get(), name) == 0) {
+    return directory;
+  }
+  static_cast<void>(unlinkat(parent.get(), temporary.c_str(), AT_REMOVEDIR));
+  return {};
+}
+
+// Opens a directory inside `parent`, making it when there is none; one that is there does not
+// change hands. Nothing in the result when it is no real directory of the user's.
 KioskDescriptor OpenOwned(const KioskDescriptor& parent, const char* name, uid_t uid, gid_t gid) {
-  const bool created = mkdirat(parent.get(), name, kHomeDirectoryMode) == 0;
-  KioskDescriptor directory(
-      openat(parent.get(), name, O_RDONLY | O_NOFOLLOW | O_DIRECTORY | O_CLOEXEC));
-  // Only a new directory changes hands; that it did is what the next line looks at.
-  if (directory && created) static_cast<void>(fchown(directory.get(), uid, gid));
+  KioskDescriptor directory(openat(parent.get(), name, kKioskDirectoryFlags));
+  if (!directory && errno == ENOENT) directory = MakeOwned(parent, name, uid, gid);
   return IsOwnedBy(directory, uid) ? std::move(directory) : KioskDescriptor();
 }
 

@@ -32,9 +32,9 @@ void HandleMessage(const ChannelPeer& peer, const std::shared_ptr<KioskDaemon>& 
                    const ChannelMessage& message) {
   const std::optional<ChannelReply> reply = message.createReply();
   if (!reply) return;
-  const std::optional<std::string> text = message.string("request");
+  std::optional<std::string> text = message.string("request");
   const bool isReadable = text && text->size() <= kKioskMaximumRequestBytes;
-  std::optional<Json> request = isReadable ? KioskJsonParse(*text) : std::nullopt;
+  const std::optional<Json> request = isReadable ? KioskJsonParse(*text) : std::nullopt;
   const KioskPeer sender{peer.euid(), peer.asid()};
   if (!request || !request->is_object()) {
     SendReply(peer, *reply, KioskReplyText(KioskFailure("bad_request")));
@@ -42,8 +42,11 @@ void HandleMessage(const ChannelPeer& peer, const std::shared_ptr<KioskDaemon>& 
     // Answered here, so that a command that keeps the work queue busy never holds it up.
     SendReply(peer, *reply, daemon->statusText(sender.uid));
   } else {
-    daemon->queue().async([daemon, peer, sender, reply = *reply, request = std::move(*request)] {
-      SendReply(peer, reply, KioskReplyText(daemon->handle(request, sender)));
+    // Many may wait for the work queue, so they wait as text: its values would take thirty times
+    // the room.
+    daemon->queue().async([daemon, peer, sender, reply = *reply, waiting = std::move(*text)] {
+      const Json command = KioskJsonParse(waiting).value_or(Json());
+      SendReply(peer, reply, KioskReplyText(daemon->handle(command, sender)));
     });
   }
 }

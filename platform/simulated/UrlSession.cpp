@@ -24,6 +24,7 @@ using SteadyClock = std::chrono::steady_clock;
 constexpr char kProtocols[] = "http,https";
 constexpr char kTimedOut[] = "The request timed out.";
 constexpr char kCancelled[] = "The request was cancelled.";
+constexpr char kConnectionLost[] = "The network connection was lost.";
 constexpr char kTooLarge[] = "The answer is too large.";
 constexpr char kNoLibrary[] = "The URL loading system is not available.";
 
@@ -153,8 +154,8 @@ class Exchange {
     return static_cast<Exchange*>(self)->takeBody({bytes, size * count});
   }
 
-  static std::size_t onHeader(char*, std::size_t size, std::size_t count, void* self) {
-    return static_cast<Exchange*>(self)->takeHeader(size * count);
+  static std::size_t onHeader(char* bytes, std::size_t size, std::size_t count, void* self) {
+    return static_cast<Exchange*>(self)->takeHeader({bytes, size * count});
   }
 
   static int onProgress(void* self, curl_off_t, curl_off_t received, curl_off_t, curl_off_t sent) {
@@ -162,14 +163,16 @@ class Exchange {
   }
 
   /// Counts header lines, and lines behind a body, which the library keeps without a limit.
-  std::size_t takeHeader(std::size_t bytes) {
+  std::size_t takeHeader(std::string_view line) {
     _lastByte = SteadyClock::now();
-    if (bytes > kMaximumHeaderBytes - _headerBytes) {
+    if (line.size() > kMaximumHeaderBytes - _headerBytes) {
       _abortReason = kTooLarge;
       return 0;
     }
-    _headerBytes += bytes;
-    return bytes;
+    _headerBytes += line.size();
+    if (line.starts_with("HTTP/")) _headIsWhole = false;
+    if (line == "\r\n" || line == "\n") _headIsWhole = true;
+    return line.size();
   }
 
   std::size_t takeBody(std::string_view bytes) {
@@ -207,8 +210,10 @@ class Exchange {
     long status = 0;
     (void)curl_easy_getinfo(_handle, CURLINFO_RESPONSE_CODE, &status);  // stays 0 on failure
     if (status != 0) _result.httpStatus = status;
-    if (code != CURLE_OK) {
-      _result.error = errorText(code);
+    // The library is content with a head that the connection's end cut off.
+    const bool isCut = code == CURLE_OK && !_headIsWhole;
+    if (code != CURLE_OK || isCut) {
+      _result.error = isCut ? kConnectionLost : errorText(code);
       _result.data.clear();
     }
     return std::move(_result);
@@ -231,6 +236,7 @@ class Exchange {
   const char* _abortReason = nullptr;
   SteadyClock::time_point _lastByte;
   std::size_t _headerBytes = 0;
+  bool _headIsWhole = false;
   curl_off_t _received = 0;
   curl_off_t _sent = 0;
   UrlResult _result;

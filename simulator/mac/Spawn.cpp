@@ -126,6 +126,14 @@ std::vector<std::pair<std::string, std::string>> UserEnvironment(const MacUser& 
           {"SHELL", user.shell}, {"PATH", kUserPath}, {"TMPDIR", "/private/tmp"}};
 }
 
+std::vector<std::pair<std::string, std::string>> SanitizerOptions() {
+  std::vector<std::pair<std::string, std::string>> options;
+  for (const char* name : {"ASAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS"}) {
+    if (const char* value = std::getenv(name)) options.emplace_back(name, value);
+  }
+  return options;
+}
+
 Descriptor OpenProc() {
   if (const char* given = std::getenv(platform::kMacProcVariable)) {
     int number = -1;

@@ -41,6 +41,10 @@ pid_t Spawn(const SpawnRequest& request);
 /// The environment of a user's process: HOME, USER, LOGNAME, SHELL, PATH and TMPDIR.
 std::vector<std::pair<std::string, std::string>> UserEnvironment(const platform::MacUser& user);
 
+/// What a sanitizer that a program of the Mac was built for is told: ASAN_OPTIONS and the like, as
+/// the caller's environment has them.
+std::vector<std::pair<std::string, std::string>> SanitizerOptions();
+
 /// The host's /proc, for SIMULATED_MAC_PROC: the one that the caller was given, or else /proc.
 Descriptor OpenProc();
 

@@ -38,13 +38,14 @@ int TryToConnect(const std::string& path) {
 }  // namespace
 
 Server::Server(const std::string& path, const std::function<void()>& serve) {
-  unlink(path.c_str());
+  if (!path.empty()) unlink(path.c_str());
   _pid = fork();
   if (_pid == 0) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     serve();
     std::_Exit(1);
   }
+  if (path.empty()) return;
   int connection = -1;
   while ((connection = TryToConnect(path)) < 0) {
     if (waitpid(_pid, nullptr, WNOHANG) != 0) Fail("a server of " + path + " ended");

@@ -9,7 +9,8 @@
 /// A forked process that ends with this object, or with the benchmark.
 class Server {
  public:
-  /// Starts `serve` in a process of its own and waits until the socket at `path` is there.
+  /// Starts `serve` in a process of its own and waits until the socket at `path`, if one is named,
+  /// is there.
   Server(const std::string& path, const std::function<void()>& serve);
   ~Server();
   Server(const Server&) = delete;

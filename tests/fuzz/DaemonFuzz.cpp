@@ -5,13 +5,14 @@
 // An input is a character without meaning and a JSON object: {"file": the state file as an object
 // or its text, "account": whether there is a kiosk account, "autoLogin": a user, "tools", "portal":
 // as tests/fuzz/world/World.h has them, "steps": [...]}. A step is an object with any of "tools",
-// "portal", "restart", "advance" (seconds, at most 900), and a "request" (an object, or its text)
-// that comes from "uid" (the kiosk account's by default) and "asid". "TOKEN" as an unlock token is
-// the last one that was given out.
+// "portal", "mac" (what happens to the Mac meanwhile: kMacChanges), "restart", "advance" (seconds,
+// at most 900), and a "request" (an object, or its text) that comes from "uid" (the kiosk account's
+// by default) and "asid". "TOKEN" as an unlock token is the last one that was given out.
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <memory>
 #include <set>
@@ -20,10 +21,12 @@
 #include "core/KioskDaemon.h"
 #include "core/KioskJson.h"
 #include "core/KioskListener.h"
+#include "core/KioskVersion.h"
 #include "platform/Clock.h"
 #include "tests/fuzz/Fuzz.h"
 #include "tests/fuzz/world/World.h"
 #include "tests/support/virtual/VirtualTime.h"
+#include "tests/unit/OutputRules.h"
 
 // The daemon's memory, for comparison with its file: naming a private member is allowed where a
 // template is instantiated.
@@ -40,7 +43,6 @@ constexpr double kStart = 1'790'000'000.25;
 constexpr std::size_t kMostSteps = 16;
 constexpr std::int64_t kLongestWait = 900;
 constexpr int kDescriptorsLookedAt = 64;
-constexpr char kLaunchAgent[] = "/Library/LaunchAgents/com.brindlex.stream.kiosk.plist";
 constexpr char kBranding[] = "/Library/Application Support/Brindlex/Kiosk/Branding";
 
 const Json& At(const Json& object, const char* key) { return KioskMember(object, key); }
@@ -97,6 +99,29 @@ Json StatusOf(const Json& state) {
   return status;
 }
 
+/// What may happen to a Mac behind the daemon's back, by its name in an input.
+struct MacChange {
+  const char* name;
+  void (*set)(bool);
+  bool isTrouble;  ///< whether the Mac is another one afterwards, or does not do what it is told
+};
+
+constexpr MacChange kMacChanges[] = {
+    {"session", [](bool on) { TheWorld().hasSession = on && KioskAccountExists(); }, false},
+    {"account", SetKioskAccount, true},
+    {"administrator", [](bool on) { TheWorld().isAdministrator = on; }, true},
+    {"hidesUuid", [](bool on) { TheWorld().hidesUuid = on; }, true},
+    {"refusesPassword", [](bool on) { TheWorld().refusesPassword = on; }, true},
+    {"agentBlocked", [](bool on) { BlockFile(kWorldLaunchAgent, on); }, true},
+    {"passwordFileBlocked", [](bool on) { BlockFile(kWorldPasswordFile, on); }, true},
+};
+
+/// Whether a state file tells a daemon nothing but, perhaps, its portal.
+bool IsFresh(const Json& file) {
+  if (!file.is_object()) return file.is_null();
+  return file.empty() || (file.size() == 1 && file.contains("authBaseUrl"));
+}
+
 /// A daemon and what its promises are held against.
 class Session {
  public:
@@ -105,8 +130,10 @@ class Session {
     virtual_time::ShiftWallClock(kStart - platform::ClockSecondsSince1970());
     SetKioskAccount(At(input, "account") == true);
     const std::string user = TextAt(input, "autoLogin");
-    if (!user.empty()) TheWorld().autoLoginUser = user;
+    if (!user.empty()) setAutoLogin(user);
     prepareFile(At(input, "file"));
+    _picture = PictureOfTheMac();
+    _comparable = IsFresh(At(input, "file")) && user != kKioskAccountName;
     take(input);
     restart();
     expectPromises();
@@ -120,7 +147,8 @@ class Session {
   Session& operator=(const Session&) = delete;
 
   void step(const Json& step) {
-    const bool enrolled = !TextAt(MemoryOf(*_daemon), "token").empty();
+    const Json before = MemoryOf(*_daemon);
+    TheWorld().fileVault.reset();
     take(step);
     if (At(step, "restart") == true) restart();
     if (!At(step, "request").is_null()) send(step);
@@ -131,7 +159,9 @@ class Session {
     }
     virtual_time::RunReady();
     expectPromises();
-    if (enrolled && TextAt(MemoryOf(*_daemon), "token").empty()) expectTornDown();
+    expectHeard(before);
+    const bool enrolled = !TextAt(before, "token").empty();
+    if (enrolled && TextAt(MemoryOf(*_daemon), "token").empty()) expectTornDown(before);
   }
 
   /// What lies about at the end.
@@ -161,9 +191,21 @@ class Session {
     _before = WorldRead(kWorldStateFile);
   }
 
-  static void take(const Json& from) {
+  static void setAutoLogin(const std::string& user) {
+    TheWorld().autoLoginUser = user;
+    WorldWrite(kWorldPasswordFile, "theirs");
+  }
+
+  void take(const Json& from) {
     if (At(from, "tools").is_object()) TheWorld().tools = At(from, "tools");
     if (At(from, "portal").is_object()) TheWorld().portal = At(from, "portal");
+    if (!TheWorld().tools.empty()) _comparable = false;
+    for (const MacChange& change : kMacChanges) {
+      const Json& on = At(At(from, "mac"), change.name);
+      if (!on.is_boolean()) continue;
+      change.set(on == true);
+      if (change.isTrouble) _comparable = false;
+    }
   }
 
   void restart() {
@@ -172,6 +214,11 @@ class Session {
     _daemon = std::make_shared<KioskDaemon>();
     _daemon->queue().sync([this] { _daemon->start(); });
     virtual_time::RunReady();
+    const World& world = TheWorld();
+    const bool isOurs = KioskAccountExists() && !world.hidesUuid &&
+                        TextAt(MemoryOf(*_daemon), "generatedUID") == kWorldUuid;
+    FuzzExpect(!isOurs || !world.isAdministrator || world.tools.contains("dseditgroup"),
+               "the kiosk account is no administrator");
   }
 
   // As the listener does with what a peer sends.
@@ -185,8 +232,38 @@ class Session {
     std::int64_t asid = 100;
     KioskIsInteger(At(step, "uid"), uid);
     KioskIsInteger(At(step, "asid"), asid);
-    expectReply(_daemon->handle(
-        *request, {static_cast<std::uint32_t>(uid), static_cast<std::int32_t>(asid)}));
+    const Json reply = _daemon->handle(
+        *request, {static_cast<std::uint32_t>(uid), static_cast<std::int32_t>(asid)});
+    expectReply(reply);
+    if (At(*request, "cmd") == "pair.begin" && TheWorld().fileVault) {
+      FuzzExpect((TextAt(reply, "error") == "filevault_on") == *TheWorld().fileVault,
+                 "FileVault is heard of", reply);
+    }
+    if (At(*request, "cmd") == "time.sync") expectTimeHeard(reply);
+  }
+
+  static void expectTimeHeard(const Json& reply) {
+    const WorldRun& last = TheWorld().last;
+    if (reply["ok"] != true || last.command[0] != "sntp") return;
+    const double offset = std::clamp(OffsetByPattern(last.said).value_or(0), -9e18, 9e18);
+    FuzzExpect(
+        At(reply, "server") == last.command.back() && At(reply, "offsetMs") == std::llround(offset),
+        "the clock's error is as sntp says", reply, last.said);
+  }
+
+  /// What tools said during a step stands in the state afterwards.
+  void expectHeard(const Json& before) const {
+    const World& world = TheWorld();
+    const Json& memory = MemoryOf(*_daemon);
+    FuzzExpect(world.due.empty(), "what a tool says is acted upon", Json(world.due).dump());
+    if (world.fileVault && !TextAt(memory, "token").empty()) {
+      FuzzExpect((TextAt(memory, "lastError") == "filevault_on") == *world.fileVault,
+                 "FileVault is heard of", memory);
+    }
+    if (memory.contains("powerBefore") && !before.contains("powerBefore")) {
+      FuzzExpect(memory["powerBefore"] == PowerSettingsByPattern(world.powerShown).value_or(Json()),
+                 "the Mac's own timeouts are remembered as pmset shows them", memory);
+    }
   }
 
   void expectReply(const Json& reply) {
@@ -210,24 +287,50 @@ class Session {
     const std::optional<Json> saved = file ? KioskJsonParse(*file) : std::nullopt;
     const bool isState = saved && saved->is_object();
     FuzzExpect(isState || file == _before, "what was saved is a JSON object", file.value_or(""));
-    FuzzExpect(memory == (isState ? *saved : Json::object()), "the file is as the memory", memory,
-               file.value_or("none"));
+    Json kept = isState ? *saved : Json::object();
+    // Timeouts that pmset did not show at first are remembered when it does, and saved with the
+    // next change.
+    if (memory.contains("powerBefore") && !kept.contains("powerBefore")) {
+      kept["powerBefore"] = memory["powerBefore"];
+    }
+    FuzzExpect(memory == kept, "the file is as the memory", memory, file.value_or("none"));
     Json published = *_daemon->published();
     published.erase("uid");
     FuzzExpect(published == StatusOf(memory), "the status is as the state", published, memory);
   }
 
-  static void expectTornDown() {
-    FuzzExpect(access(kLaunchAgent, F_OK) != 0, "a device that is gone starts no application");
+  void expectTornDown(const Json& before) const {
+    FuzzExpect(
+        access(kWorldLaunchAgent, F_OK) != 0 || std::filesystem::is_directory(kWorldLaunchAgent),
+        "a device that is gone starts no application");
     FuzzExpect(access(kBranding, F_OK) != 0, "a device that is gone shows no branding");
     // The tool that turns it off may have been told to fail.
-    FuzzExpect(TheWorld().autoLoginUser != "BrindlexKiosk" || TheWorld().tools.contains("defaults"),
-               "a device that is gone signs nobody in");
+    FuzzExpect(
+        TheWorld().autoLoginUser != kKioskAccountName || TheWorld().tools.contains("defaults"),
+        "a device that is gone signs nobody in");
+    expectForgotten(before);
+    if (!_comparable) return;
+    const Json picture = PictureOfTheMac();
+    FuzzExpect(picture == _picture, "a device that is gone is as it was before", picture, _picture);
+  }
+
+  void expectForgotten(const Json& before) const {
+    Json kept = Json::object();
+    const bool keepsAccount = MemoryOf(*_daemon).contains("generatedUID");
+    FuzzExpect(!keepsAccount || KioskAccountExists(), "an account that is gone is forgotten");
+    for (const char* key : {"authBaseUrl", "generatedUID", "password"}) {
+      const bool survives = keepsAccount || std::string(key) == "authBaseUrl";
+      if (survives && MemoryOf(*_daemon).contains(key)) kept[key] = MemoryOf(*_daemon)[key];
+    }
+    FuzzExpect(MemoryOf(*_daemon) == kept, "a device that is gone forgets", MemoryOf(*_daemon));
+    FuzzExpect(At(kept, "authBaseUrl") == At(before, "authBaseUrl"), "the portal stays");
   }
 
   std::shared_ptr<KioskDaemon> _daemon;
   std::optional<std::string> _before;  // the file as the daemon found it
   std::string _token;
+  Json _picture;             // the Mac as it was before the daemon's first start
+  bool _comparable = false;  // whether a device that is gone must leave it so
 };
 
 }  // namespace

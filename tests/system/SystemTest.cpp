@@ -72,8 +72,8 @@ long PortalProcess::get(const std::string& path) const {
 }
 
 SystemTest::SystemTest()
-    : mac({"--portal", portal.url(), "--trust", portal.authority(), "--computer-name",
-           "Test Mac"}) {
+    : mac({"--portal", portal.url(), "--trust", portal.authority(), "--computer-name", "Test Mac"}),
+      _helper(mac) {
   // The test's own executable is the application to the channel, as seen from inside the Mac.
   const std::filesystem::path executable = std::filesystem::read_symlink("/proc/self/exe");
   std::filesystem::create_directories(mac.root() + executable.parent_path().string());

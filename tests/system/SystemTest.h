@@ -11,6 +11,7 @@
 #include "tests/support/ChannelClient.h"
 #include "tests/support/Child.h"
 #include "tests/support/MacFolder.h"
+#include "tests/system/SanitizedHelper.h"
 
 inline constexpr char kHelper[] = "/Applications/Brindlex.app/Contents/Helpers/kioskd";
 inline constexpr char kKioskctl[] = "/Applications/Brindlex.app/Contents/MacOS/kioskctl";
@@ -79,5 +80,6 @@ class SystemTest : public testing::Test {
   MacFolder mac;
 
  private:
+  SanitizedHelper _helper;
   std::unique_ptr<Child> _machine;
 };

@@ -51,6 +51,7 @@ int RunInMac(const std::string& root, const RunOptions& options) {
   request.arguments = options.command;
   request.environment = UserEnvironment(*user);
   request.environment.emplace_back(platform::kMacProcVariable, std::to_string(proc.get()));
+  for (auto& option : SanitizerOptions()) request.environment.push_back(std::move(option));
   request.directory = user->home;
   request.inherited = {proc.get()};
   request.user = user;

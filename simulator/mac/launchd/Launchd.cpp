@@ -159,10 +159,12 @@ pid_t Launchd::startDaemon(const LaunchJob& job) const {
   const Descriptor err = OpenFile(job.standardErrorPath, kLogFlags, kFileMode);
   SpawnRequest request;
   request.arguments = job.arguments;
-  request.environment = {{"PATH", "/usr/bin:/bin:/usr/sbin:/sbin"},
-                         {"XPC_SERVICE_NAME", job.label},
-                         {platform::kMacLaunchdVariable, std::to_string(getpid())},
-                         {platform::kMacProcVariable, std::to_string(_proc.get())}};
+  request.environment = SanitizerOptions();
+  request.environment.insert(request.environment.end(),
+                             {{"PATH", "/usr/bin:/bin:/usr/sbin:/sbin"},
+                              {"XPC_SERVICE_NAME", job.label},
+                              {platform::kMacLaunchdVariable, std::to_string(getpid())},
+                              {platform::kMacProcVariable, std::to_string(_proc.get())}});
   const std::string services = _services.variable(job);
   if (!services.empty()) {
     request.environment.emplace_back(platform::kMacServicesVariable, services);

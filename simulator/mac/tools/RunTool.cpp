@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -7,6 +8,7 @@
 #include <cstdio>
 #include <ctime>
 #include <optional>
+#include <utility>
 
 #include "platform/simulated/Faults.h"
 #include "platform/simulated/MacFiles.h"
@@ -37,13 +39,24 @@ Outcome RunOnce(const Tool& tool, const ToolCall& call) {
   return fault ? RunWithFault(tool, call, *fault) : Outcome{tool.run(call), std::nullopt};
 }
 
+// Everybody may put something else in the journal's place: a pipe must not hold a tool up, and no
+// name of another file must lead it there.
+Descriptor OpenJournal() {
+  Descriptor file =
+      OpenFile(platform::kMacJournal, O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
+  struct stat status {};
+  const bool isOwn = file.valid() && fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) &&
+                     status.st_nlink == 1;
+  return isOwn ? std::move(file) : Descriptor();
+}
+
 void AppendToJournal(const Tool& tool, const ToolCall& call, const Outcome& outcome) {
   Json line = {{"tool", tool.path},
                {"arguments", call.arguments},
                {"status", outcome.signal.value_or(outcome.status)},
                {"output", call.output.transcript()}};
   if (outcome.signal) line["signal"] = *outcome.signal;
-  const Descriptor journal = OpenFile(platform::kMacJournal, O_WRONLY | O_APPEND);
+  const Descriptor journal = OpenJournal();
   // A Mac whose journal was taken away works on without one.
   if (journal.valid()) {
     (void)WriteWhole(journal.get(),

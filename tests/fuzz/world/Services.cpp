@@ -11,8 +11,6 @@
 namespace platform {
 namespace {
 
-constexpr char kUuid[] = "6E1C9F0A-0000-4000-8000-000000000502";
-
 // The answer to the longest start of a path that the world has one for.
 Json AnswerTo(const std::string& path) {
   Json answer;
@@ -47,8 +45,8 @@ UrlResult ResultOf(const Json& answer) {
 }  // namespace
 
 std::optional<std::string> DirectoryUserUuid(uid_t uid) {
-  if (uid != kWorldUid || !KioskAccountExists()) return std::nullopt;
-  return kUuid;
+  if (uid != kWorldUid || !KioskAccountExists() || TheWorld().hidesUuid) return std::nullopt;
+  return kWorldUuid;
 }
 
 struct DirectoryRecord::Impl {};
@@ -59,7 +57,7 @@ DirectoryRecord& DirectoryRecord::operator=(DirectoryRecord&&) noexcept = defaul
 
 bool DirectoryRecord::changePassword(const std::string& newPassword, std::string&) {
   FuzzExpect(newPassword.size() == 32, "the account's password is a long one");
-  return KioskAccountExists();
+  return KioskAccountExists() && !TheWorld().refusesPassword;
 }
 
 struct DirectoryNode::Impl {};

@@ -3,15 +3,16 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "account/KioskRun.h"
 #include "core/KioskText.h"
 #include "tests/fuzz/Fuzz.h"
+#include "tests/fuzz/world/Reactions.h"
 #include "tests/fuzz/world/World.h"
 
 namespace {
 
-constexpr char kAccount[] = "BrindlexKiosk";
-constexpr char kHome[] = "/Users/BrindlexKiosk";
 constexpr gid_t kStaff = 20;
 
 using Arguments = std::vector<std::string>;
@@ -24,18 +25,52 @@ struct Run {
 Run Defaults(const Arguments& arguments) {
   std::optional<std::string>& user = TheWorld().autoLoginUser;
   if (arguments[0] == "read") return user ? Run{0, *user} : Run{1, "does not exist"};
-  FuzzExpect(!user || user == kAccount, "nobody else's automatic login is touched", *user);
   if (arguments[0] == "delete") user.reset();
-  if (arguments[0] == "write") {
-    FuzzExpect(arguments.back() == kAccount, "automatic login is the kiosk account's");
-    user = kAccount;
-  }
+  if (arguments[0] == "write") user = arguments.back();
   return {};
 }
 
 Run CreateHome() {
-  const bool made = mkdir(kHome, 0700) != 0 || chown(kHome, kWorldUid, kStaff) == 0;
+  const bool made = mkdir(kWorldHome, 0700) != 0 || chown(kWorldHome, kWorldUid, kStaff) == 0;
   return {made ? 0 : 1, ""};
+}
+
+Run Account(bool added) {
+  SetKioskAccount(added);
+  if (added) return {};
+  // What is the account's goes with it.
+  TheWorld().hasSession = TheWorld().isAdministrator = false;
+  std::filesystem::remove_all(kWorldHome);
+  return {};
+}
+
+Run Membership(const Arguments& arguments) {
+  bool& isMember = TheWorld().isAdministrator;
+  const bool asks = arguments[1] == "checkmember";
+  if (!asks && arguments.back() == "admin") isMember = false;
+  if (!asks) return {};
+  const bool is = isMember && arguments.back() == "admin";
+  return is ? Run{0, "yes BrindlexKiosk is a member of admin"} : Run{67, "no BrindlexKiosk is NOT"};
+}
+
+Run Session(const Arguments& arguments) {
+  bool& isUp = TheWorld().hasSession;
+  if (arguments[0] == "print") return {isUp ? 0 : 113, ""};
+  if (arguments[0] == "bootout") isUp = false;
+  return {};
+}
+
+Run Power(const Arguments& arguments) {
+  World& world = TheWorld();
+  if (arguments[0] == "-g") {
+    return {0, " displaysleep " + world.timeouts["displaysleep"].dump() + "\n sleep " +
+                   world.timeouts["sleep"].dump() + " (sleep prevented by powerd)"};
+  }
+  if (arguments[0] == "repeat") world.repeatsPower = arguments[1] != "cancel";
+  for (std::size_t at = 1; arguments[0] == "-a" && at + 1 < arguments.size(); at += 2) {
+    world.timeouts[arguments[at]] = std::stoll(arguments[at + 1]);
+  }
+  return {};
 }
 
 void SetTimeZone(const std::string& zone) {
@@ -49,9 +84,12 @@ void SetTimeZone(const std::string& zone) {
 Run Effect(std::string_view tool, const Arguments& arguments) {
   if (tool == "defaults") return Defaults(arguments);
   if (tool == "createhomedir") return CreateHome();
-  if (tool == "sysadminctl") SetKioskAccount(arguments[0] == "-addUser");
+  if (tool == "sysadminctl") return Account(arguments[0] == "-addUser");
+  if (tool == "dseditgroup") return Membership(arguments);
+  if (tool == "launchctl") return Session(arguments);
+  if (tool == "pmset") return Power(arguments);
   if (tool == "systemsetup" && arguments[0] == "-settimezone") SetTimeZone(arguments[1]);
-  if (tool == "launchctl" && arguments[0] == "print") return {113, ""};
+  if (tool == "pkill") TheWorld().hasSession = false;
   return {};
 }
 
@@ -63,11 +101,13 @@ Run RunTool(const std::string& path, const Arguments& arguments) {
   const std::string tool = path.substr(path.rfind('/') + 1);
   const Json& tools = TheWorld().tools;
   const Json script = tools.is_object() && tools.contains(tool) ? tools[tool] : Json();
-  Run run;
+  std::optional<std::int32_t> status;
   if (script.is_object() && script.contains("status") && script["status"].is_number_integer()) {
-    run.status = static_cast<std::int32_t>(script["status"].get<std::int64_t>() % 256);
+    status = static_cast<std::int32_t>(script["status"].get<std::int64_t>() % 256);
   }
-  if (run.status == 0) run = Effect(tool, arguments);
+  Run run;
+  if (status.value_or(0) == 0) run = Effect(tool, arguments);
+  run.status = status.value_or(run.status);
   if (script.is_object() && script.contains("output") && script["output"].is_string()) {
     run.output = script["output"].get<std::string>();
   }
@@ -79,11 +119,15 @@ Run RunTool(const std::string& path, const Arguments& arguments) {
 std::int32_t KioskRunFollowing(const std::string& path, const Arguments& arguments,
                                std::string* output,
                                const std::function<void(std::string_view chunk)>& onChunk) {
+  WorldRun known{{path.substr(path.rfind('/') + 1)}, 0, ""};
+  known.command.insert(known.command.end(), arguments.begin(), arguments.end());
+  ExpectReaction(known.command);
   const Run run = RunTool(path, arguments);
   if (onChunk && !run.output.empty()) onChunk(run.output);
-  if (run.status != -1 && output != nullptr) {
-    *output = KioskIsUtf8(run.output) ? KioskTrim(run.output) : std::string_view();
-  }
+  known.status = run.status;
+  if (run.status != -1 && KioskIsUtf8(run.output)) known.said = KioskTrim(run.output);
+  if (run.status != -1 && output != nullptr) *output = known.said;
+  NoteRun(std::move(known));
   return run.status;
 }
 

@@ -113,6 +113,37 @@ bool KioskAccountExists() {
   return WorldRead(kPasswd).value_or("").find("BrindlexKiosk") != std::string::npos;
 }
 
+Json PictureOfTheMac() {
+  const World& world = TheWorld();
+  Json picture = {{"account", KioskAccountExists()},
+                  {"administrator", world.isAdministrator},
+                  {"autoLogin", Json()},
+                  {"session", world.hasSession},
+                  {"timeouts", world.timeouts},
+                  {"repeatsPower", world.repeatsPower},
+                  {"password", Json()}};
+  if (world.autoLoginUser) picture["autoLogin"] = *world.autoLoginUser;
+  if (const auto bytes = WorldRead(kWorldPasswordFile)) {
+    picture["password"] = std::vector<unsigned char>(bytes->begin(), bytes->end());
+  }
+  for (const char* folder : {"/Library/LaunchAgents", "/Users", kWorldStateDir}) {
+    Json names = Json::array();
+    std::error_code none;
+    for (const auto& entry : std::filesystem::directory_iterator(folder, none)) {
+      if (entry.path() != kWorldStateFile) names.push_back(entry.path().filename().string());
+    }
+    picture[folder] = names;
+  }
+  return picture;
+}
+
+void BlockFile(const char* path, bool blocked) {
+  const bool isBlocked = std::filesystem::is_directory(path);
+  if (blocked == isBlocked) return;
+  std::filesystem::remove(path);
+  if (blocked) std::filesystem::create_directory(path);
+}
+
 std::optional<std::string> WorldRead(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   if (!file) return std::nullopt;

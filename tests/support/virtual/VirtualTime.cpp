@@ -10,8 +10,12 @@
 #include "platform/Clock.h"
 #include "platform/Host.h"
 #include "platform/Queue.h"
+#include "tests/support/virtual/Boot.h"
 
 namespace {
+
+// Where the monotonic clock stands some moments after a boot.
+constexpr std::uint64_t kBootedNs = 20 * virtual_time::kSecondNs;
 
 struct Delayed {
   const void* timer;  // the timer that it belongs to, if any
@@ -91,6 +95,12 @@ std::optional<std::uint64_t> NanosecondsUntilNext() {
 std::uint64_t LastLeewayNs() { return TheWorld().leewayNs; }
 
 std::size_t PendingCount() { return TheWorld().delayed.size(); }
+
+void Boot() {
+  TheWorld().ready.clear();
+  TheWorld().delayed.clear();
+  TheWorld().nowNs = kBootedNs;
+}
 
 void SetExecutablePath(const std::optional<std::string>& path) { TheWorld().executablePath = path; }
 
