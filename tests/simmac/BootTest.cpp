@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/inotify.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -8,7 +9,6 @@
 #include <algorithm>
 #include <csignal>
 #include <cstring>
-#include <future>
 
 #include "simulator/mac/Children.h"
 #include "simulator/mac/Descriptor.h"
@@ -210,34 +210,40 @@ TEST_F(Boot, LeavesAnAbandonedProcessGroupAlone) {
   EXPECT_TRUE(IsAlive(mac.processes("daemon")[1]));
 }
 
-/// Takes the place of a Mac's journal by a pipe, whose writers wait until somebody reads.
-void HoldJournal(const TestMac& mac) {
-  const std::string path = mac.path(platform::kMacJournal);
-  ASSERT_EQ(unlink(path.c_str()), 0);
-  ASSERT_EQ(mkfifo(path.c_str(), 0666), 0);
-}
+/// Sees files being written, in the order in which they are.
+class FileWatch {
+ public:
+  ~FileWatch() { close(_events); }
+  FileWatch(const FileWatch&) = delete;
+  FileWatch& operator=(const FileWatch&) = delete;
+  FileWatch() = default;
+
+  /// The number by which firstWritten() names the file.
+  int add(const std::string& path) const {
+    return inotify_add_watch(_events, path.c_str(), IN_MODIFY);
+  }
+  /// Which file was written first since they were added; -1 for none.
+  int firstWritten() const {
+    inotify_event event{};
+    return read(_events, &event, sizeof event) == sizeof event ? event.wd : -1;
+  }
+
+ private:
+  int _events = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+};
 
 TEST_F(Boot, IsAskedToGoDownOnceTheCallIsInTheJournal) {
   TestMac mac;
   mac.addDaemon("daemon", {"wait"}, true);
   (void)mac.boot({"--throttle", "0"});
   ASSERT_TRUE(Eventually([&] { return mac.report("daemon").size() == 1; }));
-  HoldJournal(mac);
-  auto call = std::async(std::launch::async, [&] {
-    return mac.run({"/sbin/shutdown", "-r", "now"});
-  });
-  EXPECT_TRUE(Eventually([&] {
-    return !mac.read(platform::kMacPowerRequest).empty() ||
-           mac.timeline().find("asked to") != std::string::npos;
-  }));
-  // When launchd has seen this it has seen all that came before.
-  (void)kill(mac.processes("daemon")[0], SIGKILL);
-  EXPECT_TRUE(Eventually([&] { return mac.report("daemon").size() == 2; }));
-  EXPECT_EQ(mac.timeline().find("asked to"), std::string::npos);
-  const std::string line = mac.read(platform::kMacJournal);
-  EXPECT_NE(line.find("Shutdown NOW!"), std::string::npos);
-  EXPECT_EQ(call.get().status, 0);
-  EXPECT_TRUE(mac.timelineHas("launchd: asked to restart\n"));
+  const FileWatch watch;
+  const int journal = watch.add(mac.path(platform::kMacJournal));
+  ASSERT_GE(watch.add(mac.path("/timeline.txt")), 0);
+  EXPECT_EQ(mac.run({"/sbin/shutdown", "-r", "now"}).status, 0);
+  ASSERT_TRUE(mac.timelineHas("launchd: asked to restart\n"));
+  EXPECT_EQ(watch.firstWritten(), journal);
+  EXPECT_NE(mac.read(platform::kMacJournal).find("Shutdown NOW!"), std::string::npos);
 }
 
 TEST_F(Boot, OpensTheLoginWindowOnceTheDaemonServes) {
