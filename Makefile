@@ -1,7 +1,7 @@
 # make run    builds everything and tells the whole story on a simulated Mac
 # make up     leaves the simulated Mac and the portal running, and says how to talk to both
 # make test   builds everything and runs the tests
-# make check  formatting, house rules, static analysis, the tests under the sanitizers, coverage
+# make check  formatting, house rules, static analysis, tests under the sanitizers, coverage, budgets
 # make fuzz   each fuzz harness for SECONDS (60) under the sanitizers
 # make bench  the benchmarks, one table (a few minutes; BENCH="status run" for some)
 # make budgets  instructions, allocations and sizes, which do not depend on the machine

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -25,7 +26,7 @@ namespace {
 
 constexpr std::int32_t kNotStarted = -1;
 constexpr char kNullDevice[] = "/dev/null";
-constexpr std::size_t kLargeOutput = std::size_t{16} << 20;
+constexpr std::size_t kGrowth = 4;
 
 std::string_view LastComponent(std::string_view path) {
   return path.substr(path.find_last_of('/') + 1);
@@ -115,10 +116,13 @@ int Spawn(const std::string& path, const std::vector<std::string>& arguments, in
   return posix_spawn(&child, path.c_str(), &setup.actions, &setup.attributes, argv.data(), environ);
 }
 
-// Room that is not used costs nothing; moving what has grown large again and again would.
+// Room that is not used costs little; moving what has grown large again and again would.
 void Keep(std::string& bytes, std::string_view chunk) {
   const std::string_view kept = chunk.substr(0, kKioskMaximumOutputBytes - bytes.size());
-  if (bytes.size() + kept.size() > kLargeOutput) bytes.reserve(kKioskMaximumOutputBytes);
+  if (bytes.size() + kept.size() > bytes.capacity()) {
+    bytes.reserve(std::min(kKioskMaximumOutputBytes,
+                           std::max(kGrowth * bytes.capacity(), bytes.size() + kept.size())));
+  }
   bytes += kept;
 }
 

@@ -6,7 +6,6 @@
 
 #include <array>
 #include <cstdlib>
-#include <filesystem>
 #include <set>
 
 #include "core/KioskDaemon.h"

@@ -18,7 +18,6 @@ constexpr int kRounds = 15;
 constexpr int kStarts = 100;
 constexpr double kMicroseconds = 1e6;
 constexpr double kMilliseconds = 1e3;
-constexpr char kMebibytes[] = "100";
 constexpr std::size_t kWritten = std::size_t{100} << 20;
 constexpr std::size_t kMebibyte = std::size_t{1} << 20;
 
@@ -58,11 +57,11 @@ void RunByFork() {
 
 void ReadByKioskRun() {
   std::string output;
-  if (KioskRun(tool, {kMebibytes}, &output) != 0 || output.size() != kWritten) Fail("no output");
+  if (KioskRun(tool, {mebibytes}, &output) != 0 || output.size() != kWritten) Fail("no output");
 }
 
 void DropByKioskRun() {
-  if (KioskRun(tool, {kMebibytes}) != 0) Fail("the tool failed");
+  if (KioskRun(tool, {mebibytes}) != 0) Fail("the tool failed");
 }
 
 void ReadByPipe() {
@@ -87,7 +86,7 @@ void ReadByPipe() {
 }
 
 void ReadByPopen() {
-  std::FILE* const stream = popen((std::string(tool) + " " + kMebibytes).c_str(), "r");
+  std::FILE* const stream = popen((std::string(tool) + " " + mebibytes).c_str(), "r");
   if (stream == nullptr) Fail("no popen");
   static std::array<char, 65536> buffer;
   std::string output;

@@ -128,11 +128,17 @@ void CompareBusy(const BenchMac& mac, const std::string& name, const std::vector
         {{"kioskd, busy", DaemonSamples(mac, kStatus)}, {"kioskd, idle", idle}});
 }
 
+// The queue is in the exchange for as long as a command of another connection gets no reply.
 void CompareDuringAnExchange(const BenchMac& mac) {
   const std::vector<double> idle = DaemonSamples(mac, kStatus);
   mac.portal.admin({"misbehave", "slow", "--delay-ms", "14000", "--path", "/api/kiosk/check-in"});
   ReplaceDaemon(mac);
+  const int waiting = ConnectTo(mac.socket());
+  if (!WriteAll(waiting, RequestFrame(kRefused))) Fail("a connection broke");
   CompareBusy(mac, "in an exchange", idle);
+  char byte = 0;
+  if (recv(waiting, &byte, 1, MSG_DONTWAIT) >= 0) Fail("the work queue was not in an exchange");
+  close(waiting);
   mac.portal.admin({"misbehave", "none"});
 }
 
@@ -159,6 +165,7 @@ int main() {
     const std::string goal = "≤ 1.5 × echo, ahead of sd-bus";
     Compare({"status, kept connection", kUnit, goal, 1.5}, kRounds, status.kept());
     Compare({"status, a connection each", kUnit, goal, 1.5}, kRounds, status.each());
+    if (mac.ask(kRefused)["error"] != "not_unlocked") Fail("the command is not refused");
     const Exchange refused(mac, kRefused);
     Compare({"a refused command", kUnit, "≤ 2 × echo", 2}, kRounds,
             {refused.daemon(), refused.echo()});

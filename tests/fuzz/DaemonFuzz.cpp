@@ -20,7 +20,6 @@
 
 #include "core/KioskDaemon.h"
 #include "core/KioskJson.h"
-#include "core/KioskListener.h"
 #include "core/KioskVersion.h"
 #include "platform/Clock.h"
 #include "tests/fuzz/Fuzz.h"
@@ -295,6 +294,10 @@ class Session {
     }
     FuzzExpect(memory == kept, "the file is as the memory", memory, file.value_or("none"));
     Json published = *_daemon->published();
+    for (const std::uint32_t uid : {std::uint32_t{kWorldUid}, std::uint32_t{0}}) {
+      FuzzExpect(KioskJsonParse(_daemon->statusText(uid)) == _daemon->status(uid),
+                 "status says the same as text", _daemon->statusText(uid));
+    }
     published.erase("uid");
     FuzzExpect(published == StatusOf(memory), "the status is as the state", published, memory);
   }

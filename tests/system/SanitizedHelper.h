@@ -8,7 +8,8 @@
 /// With KIOSKD_HELPER in the environment, the path of a kioskd that needs the same libraries as the
 /// Mac's: installs it in the Mac, and shows it the host's /proc, without which a sanitizer does not
 /// work, by a mount that this process and its children see. Whatever the sanitizer reports while
-/// this object lives fails the test when it goes. Without the variable nothing happens.
+/// this object lives fails the test when it goes; a program without the Address- or the
+/// ThreadSanitizer fails it at once. Without the variable nothing happens.
 class SanitizedHelper {
  public:
   explicit SanitizedHelper(const MacFolder& mac);
