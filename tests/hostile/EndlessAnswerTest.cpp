@@ -18,6 +18,9 @@ constexpr std::size_t kMostMemory = KIOSKD_MEMORY_FACTOR * 64 * kMebibyte;
 // And the sockets of both sides may have taken some more off the portal than was read.
 constexpr std::size_t kMostSent = 32 * kMebibyte;
 
+// More than would pass for a body.
+constexpr std::size_t kLongExtension = 128 * kMebibyte;
+
 std::size_t PeakMemory() {
   rusage usage = {};
   getrusage(RUSAGE_SELF, &usage);
@@ -72,6 +75,18 @@ TEST_F(EndlessAnswer, IsGivenUpWhateverPartOfItDoesNotEnd) {
   EXPECT_EQ(status()["ok"], true);
   answerRaw("none", "");
   EXPECT_EQ(checkIn(), KioskCheckInOutcome::kEnrolled);
+}
+
+// Of a chunk's extension nothing is kept and nothing is counted, so only the exchange's time ends
+// it; here the portal does, which need not be waited for.
+TEST_F(EndlessAnswer, CostsNoMemoryInAChunksExtension) {
+  startAtRawPortal();
+  const std::size_t memory = PeakMemory();
+  raw.answer({std::string(kOk) + "Transfer-Encoding: chunked\r\n\r\n4;extension=",
+              std::string(64 * 1024, 'x'), kLongExtension});
+  EXPECT_EQ(checkIn(), KioskCheckInOutcome::kUnreachable);
+  EXPECT_EQ(raw.endlessBytes(), kLongExtension) << "it was given up before";
+  EXPECT_LE(PeakMemory() - memory, kMostMemory / 4);
 }
 
 TEST_F(EndlessAnswer, LeavesNoPhoto) {

@@ -11,6 +11,8 @@
 namespace {
 
 constexpr int kDefaultRounds = 5;
+// The game goes on until it disturbed something, but not for ever.
+constexpr int kMostTimesTheRounds = 20;
 constexpr int kChecksInARound = 4;
 
 /// How many daemons provision the Mac during the game.
@@ -18,6 +20,8 @@ int Rounds() {
   const char* given = std::getenv("KIOSKD_PLAYED_STARTS");
   return given == nullptr ? kDefaultRounds : std::atoi(given);
 }
+
+int MostRounds() { return Rounds() * kMostTimesTheRounds; }
 
 class MachinePlay : public EnrolledTest {
  protected:
@@ -36,14 +40,8 @@ class MachinePlay : public EnrolledTest {
   /// Provisions the Mac if need be.
   Json check() const { return ask({{"cmd", "pair.check"}, {"code", "ABCD2345"}}); }
 
-  uid_t kioskUid() const { return mac.info("/Users/BrindlexKiosk").st_uid; }
-};
-
-TEST_F(MachinePlay, LeavesTheMacAsItIsAndTheDaemonAtWork) {
-  startUnprovisioned();
-  const TreeDigest before = DigestTree(mac.root(), PlacesOfPlay());
-  KioskPlayer player(mac.root(), kioskUid(), 20, daemonPid());
-  for (int round = 0; round < Rounds(); ++round) {
+  /// A daemon and a few checks while somebody plays.
+  void playARound() const {
     startUnprovisioned();
     for (int i = 0; i < kChecksInARound; ++i) {
       const Json reply = check();
@@ -51,6 +49,23 @@ TEST_F(MachinePlay, LeavesTheMacAsItIsAndTheDaemonAtWork) {
       EXPECT_EQ(ask({{"cmd", "status"}})["ok"], true);
     }
   }
+
+  /// Whether a provisioning was in vain so far.
+  bool wasDisturbed() const { return mac.countErrors("provisioning refused: home_failed") > 0; }
+
+  uid_t kioskUid() const { return mac.info("/Users/BrindlexKiosk").st_uid; }
+};
+
+TEST_F(MachinePlay, LeavesTheMacAsItIsAndTheDaemonAtWork) {
+  startUnprovisioned();
+  const TreeDigest before = DigestTree(mac.root(), PlacesOfPlay());
+  ASSERT_TRUE(before.contains(std::string(kRootsFolder) + "/file"));
+  ASSERT_FALSE(wasDisturbed());
+  KioskPlayer player(mac.root(), kioskUid(), 20, daemonPid());
+  for (int round = 0; round < Rounds() || (!wasDisturbed() && round < MostRounds()); ++round) {
+    playARound();
+  }
+  EXPECT_TRUE(wasDisturbed()) << "the player never met the daemon";
   const pid_t daemon = daemonPid();
   EXPECT_GT(player.stop().value_or(0), 0U);
   EXPECT_EQ(check().value("provisioned", false), true) << mac.state();

@@ -104,10 +104,14 @@ void RawPortal::serveOne(int connection) {
     if (_script) answer = _script(request);
   }
   if (SendAll(connection, answer.bytes) && !answer.endless.empty()) {
-    sendEndlessly(connection, answer.endless);
+    sendEndlessly(connection, answer);
   }
 }
 
-void RawPortal::sendEndlessly(int connection, const std::string& bytes) {
-  while (!_isEnding && SendAll(connection, bytes)) _endlessBytes += bytes.size();
+void RawPortal::sendEndlessly(int connection, const RawAnswer& answer) {
+  std::size_t sent = 0;
+  while (!_isEnding && sent < answer.most && SendAll(connection, answer.endless)) {
+    sent += answer.endless.size();
+    _endlessBytes += answer.endless.size();
+  }
 }

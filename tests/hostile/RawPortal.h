@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstddef>
 #include <functional>
+#include <limits>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -12,6 +13,7 @@
 struct RawAnswer {
   std::string bytes;         ///< sent first, whatever they are
   std::string endless = {};  ///< then these, again and again, until the other side goes
+  std::size_t most = std::numeric_limits<std::size_t>::max();  ///< or so many bytes of them went
 };
 
 /// Serves one connection at a time on loopback: reads a request, sends its answer and closes.
@@ -37,7 +39,7 @@ class RawPortal {
  private:
   void serve();
   void serveOne(int connection);
-  void sendEndlessly(int connection, const std::string& bytes);
+  void sendEndlessly(int connection, const RawAnswer& answer);
 
   int _listener = -1;
   int _port = 0;

@@ -1,5 +1,6 @@
 #include "tests/hostile/TreeDigest.h"
 
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -22,14 +23,19 @@ std::string Content(const std::string& path, const struct stat& info) {
   if (info.st_size > kMostContent) {
     return std::to_string(info.st_size) + " since " + std::to_string(info.st_mtime);
   }
+  std::ifstream file(path, std::ios::binary);
+  EXPECT_TRUE(file.is_open()) << path << " cannot be read";
   std::ostringstream content;
-  content << std::ifstream(path, std::ios::binary).rdbuf();
+  content << file.rdbuf();
   return std::to_string(std::hash<std::string>()(content.str()));
 }
 
 std::string DigestOf(const std::string& path) {
   struct stat info = {};
-  if (lstat(path.c_str(), &info) != 0) return "gone";
+  if (lstat(path.c_str(), &info) != 0) {
+    ADD_FAILURE() << path << " went while it was looked at";
+    return "gone";
+  }
   std::ostringstream text;
   text << std::oct << info.st_mode << std::dec << " " << info.st_uid << ":" << info.st_gid << " "
        << Content(path, info);
@@ -46,9 +52,9 @@ bool IsExcluded(const std::string& path, const std::vector<std::string>& exclude
 TreeDigest DigestTree(const std::string& root, const std::vector<std::string>& excluded) {
   TreeDigest digest;
   const std::string top = root.empty() ? "/" : root;
-  std::error_code ignored;  // an entry that goes meanwhile is one of those that are not looked at
-  fs::recursive_directory_iterator entries(top, ignored);
-  for (; entries != fs::recursive_directory_iterator(); entries.increment(ignored)) {
+  std::error_code error;  // ends the walk, whatever has not been looked at yet
+  fs::recursive_directory_iterator entries(top, error);
+  for (; entries != fs::recursive_directory_iterator(); entries.increment(error)) {
     const std::string path = entries->path().string();
     const std::string inside = path.substr(root.size());
     if (IsExcluded(inside, excluded)) {
@@ -57,6 +63,7 @@ TreeDigest DigestTree(const std::string& root, const std::vector<std::string>& e
       digest[inside] = DigestOf(path);
     }
   }
+  EXPECT_FALSE(error) << top << " was not walked to its end: " << error.message();
   return digest;
 }
 

@@ -6,7 +6,9 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <regex>
+#include <sstream>
 #include <stdexcept>
 
 #include "tests/support/Child.h"
@@ -22,6 +24,15 @@ constexpr char kReports[] = "/private/tmp";
 constexpr char kReportName[] = "sanitizer";
 // Where a sanitizer writes that does not come so far as to heed its options.
 constexpr char kErrors[] = "/private/var/log/com.brindlex.stream.kioskd.stderr.log";
+
+/// Whether a program was linked with a sanitizer's library.
+bool IsSanitized(const std::string& program) {
+  std::ostringstream bytes;
+  bytes << std::ifstream(program, std::ios::binary).rdbuf();
+  const std::string text = bytes.str();
+  return text.find("__tsan_init") != std::string::npos ||
+         text.find("__asan_init") != std::string::npos;
+}
 
 std::string Environment(const char* name) {
   const char* value = std::getenv(name);
@@ -65,6 +76,9 @@ SanitizedHelper::~SanitizedHelper() {
 }
 
 void SanitizedHelper::install() const {
+  if (!IsSanitized(_helper)) {
+    throw std::runtime_error("KIOSKD_HELPER is no program with a sanitizer: " + _helper);
+  }
   _mac.remove(kHelper);
   fs::copy_file(_helper, _mac.at(kHelper));
 }
