@@ -19,7 +19,7 @@ constexpr std::size_t kMostMemory = KIOSKD_MEMORY_FACTOR * 64 * kMebibyte;
 constexpr std::size_t kMostSent = 32 * kMebibyte;
 
 // More than would pass for a body.
-constexpr std::size_t kLongExtension = 128 * kMebibyte;
+constexpr std::size_t kLongExtension = 64 * kMebibyte;
 
 std::size_t PeakMemory() {
   rusage usage = {};

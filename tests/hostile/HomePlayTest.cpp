@@ -15,7 +15,7 @@ namespace {
 constexpr gid_t kStaff = 20;
 constexpr int kDefaultRounds = 100;
 // The game goes on until it disturbed something, but not for ever.
-constexpr int kMostTimesTheRounds = 50;
+constexpr int kMostTimesTheRounds = 10;
 
 /// How many times the Mac is provisioned during the game.
 int Rounds() {

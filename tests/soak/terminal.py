@@ -67,7 +67,7 @@ class Terminal:
                   REFUSED["wrong_password"])
 
     def lock_out(self):
-        """The right password directly before has set the count of attempts to 0."""
+        self.unlock()  # sets the count of attempts to 0
         for _ in range(ATTEMPTS):
             self.guess()
         self.same("the right password during a lock-out",

@@ -111,5 +111,32 @@ TEST(QueueCalls, NameTheQueue) {
             std::vector<std::string>{"dispatch_queue_create(com.brindlex.stream.kioskd.work)"});
 }
 
+// Other platforms may have connections share a thread, which a handler must not keep busy then.
+TEST_F(ChannelFailure, OfAHandlerToReturnHoldsUpNobodyElse) {
+  _service->activates = false;
+  _service->listen();
+  ChannelClient busy;
+  std::promise<void> release;
+  std::promise<void> entered;
+  const ChannelPeer peer = _service->peer(0);
+  peer.setEventHandler([&, peer](const ChannelPeerEvent& event) {
+    if (const auto* message = std::get_if<ChannelMessage>(&event)) {
+      entered.set_value();
+      release.get_future().wait();
+      ChannelService::answer(peer, *message);
+    } else {
+      ++_service->ended;
+    }
+  });
+  _service->activates = true;
+  _service->activate(peer);
+  auto late = busy.request("second");
+  entered.get_future().wait();
+  ChannelClient other;
+  EXPECT_EQ(other.request("third").get(), "third");
+  release.set_value();
+  EXPECT_EQ(late.get(), "second");
+}
+
 }  // namespace
 }  // namespace platform
