@@ -68,11 +68,19 @@ bool IsOwnedBy(const KioskDescriptor& directory, uid_t uid) {
   return directory && fstat(directory.get(), &info) == 0 && info.st_uid == uid;
 }
 
+// Of a process with the same id, or the owner's: the home is theirs to put things into. What is in
+// the way but in use, a directory with something in it, remains.
+void RemoveLeftover(const KioskDescriptor& parent, const std::string& name) {
+  if (unlinkat(parent.get(), name.c_str(), AT_REMOVEDIR) != 0 && errno == ENOTDIR) {
+    static_cast<void>(unlinkat(parent.get(), name.c_str(), 0));
+  }
+}
+
 // Makes a directory inside `parent` for the user. It gets its name last: one that is not the user's
 // yet, because a step failed or the process ended in between, would be refused ever after.
 KioskDescriptor MakeOwned(const KioskDescriptor& parent, const char* name, uid_t uid, gid_t gid) {
   const std::string temporary = "." + std::string(name) + ".tmp." + std::to_string(getpid());
-  static_cast<void>(unlinkat(parent.get(), temporary.c_str(), AT_REMOVEDIR));
+  RemoveLeftover(parent, temporary);
   if (mkdirat(parent.get(), temporary.c_str(), kHomeDirectoryMode) != 0) return {};
   KioskDescriptor directory(openat(parent.get(), temporary.c_str(), kKioskDirectoryFlags));
   if (directory && fchown(directory.get(), uid, gid) == 0 &&

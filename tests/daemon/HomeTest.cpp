@@ -3,6 +3,9 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
 
 #include "account/KioskHome.h"
 #include "platform/PropertyList.h"
@@ -114,6 +117,30 @@ TEST_F(HomeTest, GetsMissingDirectoriesOfItsOwn) {
   EXPECT_EQ(mac.modeAndOwner(kLibrary), owned("0700"));
   EXPECT_EQ(mac.modeAndOwner(kPreferencesFolder), owned("0700"));
   EXPECT_EQ(mac.modeAndOwner(kSetupAssistant), owned("0600"));
+}
+
+TEST_F(HomeTest, IsNotBlockedByWhatIsUnderTheDaemonsTemporaryNames) {
+  const std::string suffix = ".tmp." + std::to_string(getpid());
+  mac.write("/Users/Shared/victim", "precious");
+  const std::vector<std::function<void(const std::string&)>> leftovers{
+      [](const std::string& path) { fs::create_directory(path); },
+      [this](const std::string& path) { mac.write(path, ""); },
+      [](const std::string& path) { fs::create_symlink("/Users/Shared/victim", path); },
+      [](const std::string& path) { fs::create_symlink("/Users/Shared", path); }};
+  for (const auto& leave : leftovers) {
+    mac.remove(kPreferencesFolder);
+    leave(kLibrary + ("/.Preferences" + suffix));
+    EXPECT_TRUE(prepare());
+    EXPECT_EQ(mac.list(kLibrary), std::vector<std::string>{"Preferences"});
+    mac.remove(kLibrary);
+    leave(kHome + ("/.Library" + suffix));
+    EXPECT_TRUE(prepare());
+    EXPECT_EQ(mac.modeAndOwner(kLibrary), owned("0700"));
+    EXPECT_EQ(mac.modeAndOwner(kPreferencesFolder), owned("0700"));
+    EXPECT_FALSE(fs::is_symlink(kHome + ("/.Library" + suffix)));
+    EXPECT_FALSE(mac.exists(kHome + ("/.Library" + suffix)));
+  }
+  EXPECT_EQ(mac.read("/Users/Shared/victim"), "precious");
 }
 
 TEST_F(HomeTest, KeepsDirectoriesThatAreThereAsTheyAre) {

@@ -99,6 +99,11 @@ std::vector<SystemCall> FaultsTest::callsOf(const Operation& operation) {
   _openAfterSuccess = processes.openFiles(process.pid());
   EXPECT_TRUE(told->worked);
   operation.expectDone();
+  for (const SystemCall& call : process.calls()) {
+    if (call.occurrence == 0 && !IsJudged(call)) {
+      ADD_FAILURE() << call.description() << ": how may it fail?";
+    }
+  }
   return process.calls();
 }
 
@@ -169,7 +174,7 @@ void FaultsTest::expectSaid(const Operation& operation, const SystemCall& call,
     if (line.level == "Error" || unreached) errors.push_back(line.text);
   }
   if (!errors.empty() || !worked) {
-    EXPECT_TRUE(operation.maySay(errors, failure)) << testing::PrintToString(printed);
+    EXPECT_TRUE(operation.maySay(errors, failure, call)) << testing::PrintToString(printed);
     EXPECT_EQ(log.size(), printed.size()) << testing::PrintToString(printed);
   }
   const bool claimed = worked && operation.tellsSuccess;

@@ -15,4 +15,8 @@ TEST_F(KilledDaemon, LosesNothingWhileItPreparesTheHome) { killAtEveryCall(homeP
 
 TEST_F(KilledDaemon, LosesNothingWhileItAppliesTheBranding) { killAtEveryCall(branding()); }
 
+TEST_F(KilledDaemon, LosesNothingWhileItWithdrawsTheBranding) {
+  killAtEveryCall(brandingWithdrawn());
+}
+
 }  // namespace

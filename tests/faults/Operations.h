@@ -27,8 +27,10 @@ struct Operation {
   /// The same of an attempt that says it worked although something on the way did not: what it
   /// does without may be missing.
   std::function<void()> expectWorked = expectDone;
-  /// Whether the operation may say this, and nothing else, when a call on the way fails so.
-  std::function<bool(const std::vector<std::string>& errors, const Failure& failure)> maySay;
+  /// Whether the operation may say this, and nothing else, when this call on the way fails so.
+  std::function<bool(const std::vector<std::string>& errors, const Failure& failure,
+                     const SystemCall& call)>
+      maySay;
   /// The folders in which it writes.
   std::vector<std::string> folders;
 };

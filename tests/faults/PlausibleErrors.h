@@ -10,6 +10,8 @@ struct SystemCall {
   long number = 0;
   std::vector<std::uint64_t> arguments;
   std::string file;  ///< what its first argument is open on, as the kernel names it, or empty
+  std::string
+      path;  ///< the path that it is given, beginning with that of `file` if it is one in it
   /// Made by another thread than the operation's own, which may take its turns at any time.
   bool beside = false;
   std::size_t occurrence = 0;  ///< how many of this number came before it, on this side
@@ -31,6 +33,10 @@ struct Failure {
 /// The ways in which the call may plausibly fail; none for calls that do not fail, or whose failure
 /// says that the program is wrong. Calls for memory are left out: a program that gets none ends.
 std::vector<Failure> PlausibleFailures(const SystemCall& call);
+
+/// Whether somebody has thought about how the call may fail, or why it does not. What a program
+/// calls one day without this being so is never made to fail, and nobody would know.
+bool IsJudged(const SystemCall& call);
 
 /// Whether the call may change what the disk holds or what runs: between two such calls, one moment
 /// is as good as another for a process to be killed.

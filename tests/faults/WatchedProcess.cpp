@@ -12,8 +12,10 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <stdexcept>
 #include <utility>
 
@@ -38,6 +40,30 @@ bool TakesDescriptor(long number) {
   constexpr std::array calls{SYS_close, SYS_fchmod, SYS_fchown, SYS_flock,     SYS_fstat,
                              SYS_fsync, SYS_read,   SYS_write,  SYS_getdents64};
   return std::ranges::find(calls, number) != calls.end();
+}
+
+// Which argument of the call is a path; its folder's descriptor, if any, is the one before.
+std::optional<std::size_t> PathArgument(long number) {
+  constexpr std::array first{SYS_open, SYS_access, SYS_execve, SYS_mkdir, SYS_rename, SYS_unlink};
+  constexpr std::array second{SYS_openat, SYS_newfstatat, SYS_mkdirat, SYS_renameat, SYS_unlinkat};
+  if (std::ranges::find(first, number) != first.end()) return 0;
+  if (std::ranges::find(second, number) != second.end()) return 1;
+  return std::nullopt;
+}
+
+std::string TextAt(pid_t thread, std::uint64_t address) {
+  std::string text;
+  while (text.size() < PATH_MAX) {
+    errno = 0;
+    const long word = ptrace(PTRACE_PEEKDATA, thread, address + text.size(), nullptr);
+    if (errno != 0) return "";
+    std::array<char, sizeof word> bytes{};
+    std::memcpy(bytes.data(), &word, sizeof word);
+    const auto end = std::ranges::find(bytes, '\0');
+    text.append(bytes.begin(), end);
+    if (end != bytes.end()) break;
+  }
+  return text;
 }
 
 user_regs_struct Registers(pid_t thread) {
@@ -188,12 +214,25 @@ void WatchedProcess::handleCall(pid_t thread) {
 }
 
 SystemCall WatchedProcess::describe(pid_t thread, long number, const std::uint64_t* arguments) {
-  SystemCall call{number, {arguments, arguments + 6}, "", _traced[thread] == Kind::kThread, 0};
+  SystemCall call;
+  call.number = number;
+  call.arguments = {arguments, arguments + 6};
+  call.beside = _traced[thread] == Kind::kThread;
   call.occurrence = _counts[{call.beside, number}]++;
   if (TakesDescriptor(number)) {
     call.file = _processes.openFile(thread, static_cast<int>(arguments[0]));
   }
+  call.path = pathOf(thread, call);
   return call;
+}
+
+std::string WatchedProcess::pathOf(pid_t thread, const SystemCall& call) const {
+  const std::optional<std::size_t> index = PathArgument(call.number);
+  if (!index) return "";
+  const std::string path = TextAt(thread, call.arguments[*index]);
+  if (*index == 0 || path.starts_with("/")) return path;
+  const std::string folder = _processes.openFile(thread, static_cast<int>(call.arguments[0]));
+  return path.empty() ? folder : folder + "/" + path;
 }
 
 bool WatchedProcess::isDue(const SystemCall& call) const {

@@ -71,6 +71,7 @@ class WatchedProcess {
   void enterCall(pid_t thread, const SystemCall& call);
   void leaveCall(pid_t thread);
   SystemCall describe(pid_t thread, long number, const std::uint64_t* arguments);
+  std::string pathOf(pid_t thread, const SystemCall& call) const;
   bool isDue(const SystemCall& call) const;
 
   const ProcessTable& _processes;
