@@ -52,8 +52,9 @@ std::optional<DirectoryRecord> DirectoryNode::userRecord(const std::string&, std
   return std::nullopt;
 }
 
+// There is nothing to keep a handle of.
 SystemLog::SystemLog(const char*, const char*) : _handle(nullptr) {}
-bool SystemLog::enabled(LogLevel) const { return true; }
+bool SystemLog::enabled(LogLevel) const { return _handle == nullptr; }
 
 void SystemLog::write(LogLevel, const std::string& message) const {
   TheAround().happenings.push_back({.kind = Happening::Kind::kLog,
