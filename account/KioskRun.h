@@ -7,6 +7,9 @@
 #include <string_view>
 #include <vector>
 
+/// The tool that talks to launchd.
+inline constexpr char kKioskLaunchctl[] = "/bin/launchctl";
+
 /// Runs the tool at the absolute `path` with `arguments` (the program's name left out), standard
 /// input on the null device, and waits, without a time limit, until it has ended and nobody, not a
 /// child of its own either, has its output open any more. Returns its exit status,

@@ -10,7 +10,6 @@
 
 namespace {
 
-constexpr char kLaunchctl[] = "/bin/launchctl";
 constexpr char kPkill[] = "/usr/bin/pkill";
 constexpr std::uint64_t kPollIntervalNs = 100'000'000;
 constexpr int kPollsAfterBootout = 150;
@@ -20,7 +19,9 @@ std::string GuiDomain(uid_t uid) { return "gui/" + std::to_string(uid); }
 
 }  // namespace
 
-bool KioskSessionActive(uid_t uid) { return KioskRun(kLaunchctl, {"print", GuiDomain(uid)}) == 0; }
+bool KioskSessionActive(uid_t uid) {
+  return KioskRun(kKioskLaunchctl, {"print", GuiDomain(uid)}) == 0;
+}
 
 bool KioskWaitForLogout(uid_t uid, int polls) {
   for (int poll = 0; poll < polls; ++poll) {
@@ -33,7 +34,7 @@ bool KioskWaitForLogout(uid_t uid, int polls) {
 void KioskLogOut(uid_t uid) {
   if (!KioskSessionActive(uid)) return;
   KioskLog("logging out %@ (uid %u)", kKioskAccountName, uid);
-  KioskRun(kLaunchctl, {"bootout", GuiDomain(uid)});
+  KioskRun(kKioskLaunchctl, {"bootout", GuiDomain(uid)});
   if (KioskWaitForLogout(uid, kPollsAfterBootout)) return;
   KioskLogError("gui/%u is still up; ending its loginwindow", uid);
   KioskRun(kPkill, {"-KILL", "-U", std::to_string(uid), "-x", "loginwindow"});

@@ -12,7 +12,6 @@ namespace {
 
 constexpr std::size_t kTokenBytes = 16;
 constexpr std::uint64_t kUnlockSeconds = 600;
-constexpr std::uint64_t kNanosecondsPerSecond = 1'000'000'000;
 
 }  // namespace
 
@@ -24,7 +23,8 @@ Json KioskDaemon::unlock(const Json& password, KioskPeer peer) {
   if (!platform::CryptoRandomBytes(bytes.data(), bytes.size())) return KioskFailure("failed");
   _unlockToken = KioskHexadecimal(bytes);
   _unlockPeer = peer;
-  _unlockExpiresNs = platform::ClockMonotonicNs() + kUnlockSeconds * kNanosecondsPerSecond;
+  _unlockExpiresNs =
+      platform::ClockMonotonicNs() + kUnlockSeconds * platform::kNanosecondsPerSecond;
   KioskLog("terminal settings unlocked for %llu s (uid %u, session %d)", kUnlockSeconds, peer.uid,
            peer.asid);
   return {{"ok", true}, {"unlockToken", *_unlockToken}, {"expiresInSeconds", kUnlockSeconds}};

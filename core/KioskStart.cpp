@@ -4,6 +4,7 @@
 #include "account/KioskAutoLogin.h"
 #include "core/KioskDaemon.h"
 #include "core/KioskLog.h"
+#include "platform/Clock.h"
 
 namespace {
 
@@ -11,7 +12,6 @@ constexpr double kFirstCheckInDelay = 0.0;
 constexpr double kCheckInInterval = 30.0;
 constexpr double kBackOffFactor = 2.0;
 constexpr double kLongestInterval = 600.0;
-constexpr double kNanosecondsPerSecond = 1e9;
 constexpr std::uint64_t kTimerLeewayNs = 1'000'000'000;
 
 }  // namespace
@@ -47,7 +47,9 @@ void KioskDaemon::scheduleCheckInAfter(double seconds) {
       if (const auto daemon = weak.lock()) daemon->timerFired();
     });
   }
-  _timer->arm(static_cast<std::uint64_t>(seconds * kNanosecondsPerSecond), kTimerLeewayNs);
+  _timer->arm(
+      static_cast<std::uint64_t>(seconds * static_cast<double>(platform::kNanosecondsPerSecond)),
+      kTimerLeewayNs);
 }
 
 void KioskDaemon::timerFired() {

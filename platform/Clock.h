@@ -5,6 +5,9 @@
 
 namespace platform {
 
+/// What the clock counts, in a second.
+inline constexpr std::uint64_t kNanosecondsPerSecond = 1'000'000'000;
+
 /// Nanoseconds since an arbitrary start; never goes back and counts on while the machine sleeps.
 /// Any thread. Native: clock_gettime_nsec_np(CLOCK_MONOTONIC).
 std::uint64_t ClockMonotonicNs();

@@ -22,7 +22,6 @@ constexpr std::string_view kCodeCharacters = "ABCDEFGHJKLMNPQRSTUVWXYZ23456789";
 constexpr std::size_t kCodeLength = 8;
 constexpr int kDefaultExpirySeconds = 900;
 constexpr double kCheckInAfterPairing = 30.0;
-constexpr std::uint64_t kNanosecondsPerSecond = 1'000'000'000;
 constexpr std::uint64_t kRestartDelaySeconds = 10;
 
 constexpr std::int64_t kAccepted = 202;
@@ -39,7 +38,7 @@ bool IsSendable(const Json& code) {
 std::uint64_t SecondsUntil(std::uint64_t deadlineNs) {
   const std::uint64_t now = platform::ClockMonotonicNs();
   if (now >= deadlineNs) return 0;
-  return (deadlineNs - now + kNanosecondsPerSecond - 1) / kNanosecondsPerSecond;
+  return (deadlineNs - now + platform::kNanosecondsPerSecond - 1) / platform::kNanosecondsPerSecond;
 }
 
 }  // namespace
@@ -136,7 +135,7 @@ Json KioskDaemon::pairCheck(const Json& code) {
 }
 
 void KioskDaemon::scheduleRestart() {
-  const std::uint64_t delayNs = kRestartDelaySeconds * kNanosecondsPerSecond;
+  const std::uint64_t delayNs = kRestartDelaySeconds * platform::kNanosecondsPerSecond;
   _restartAtNs = platform::ClockMonotonicNs() + delayNs;
   KioskLog("enrolled: restarting into kiosk mode in %llu s", kRestartDelaySeconds);
   _queue.after(delayNs, [weak = weak_from_this()] {

@@ -20,7 +20,6 @@ namespace {
 
 constexpr char kSystemSetup[] = "/usr/sbin/systemsetup";
 constexpr char kSntp[] = "/usr/bin/sntp";
-constexpr char kLaunchctl[] = "/bin/launchctl";
 constexpr char kLocalTime[] = "/private/etc/localtime";
 constexpr std::size_t kLongestLink = 1023;
 constexpr std::size_t kLongestZoneName = 64;
@@ -84,7 +83,7 @@ KioskError TurnNetworkTimeOn() {
     return "sync_failed";
   }
   std::string restart;
-  if (KioskRun(kLaunchctl, {"kickstart", "-k", "system/com.apple.timed"}, &restart) != 0) {
+  if (KioskRun(kKioskLaunchctl, {"kickstart", "-k", "system/com.apple.timed"}, &restart) != 0) {
     KioskLogError("timed did not restart: %@", restart);
     return "sync_failed";
   }

@@ -6,12 +6,6 @@
 
 namespace platform {
 
-namespace {
-
-constexpr std::uint64_t kNanosecondsPerSecond = 1'000'000'000;
-
-}  // namespace
-
 std::uint64_t ClockMonotonicNs() { return clock_gettime_nsec_np(CLOCK_MONOTONIC); }
 
 double ClockSecondsSince1970() {

@@ -11,8 +11,6 @@
 namespace platform {
 namespace {
 
-constexpr std::uint64_t kNsPerSecond = 1'000'000'000;
-
 timespec now(clockid_t clock) {
   timespec time{};
   (void)clock_gettime(clock, &time);  // fails only for a clock that the kernel does not have
@@ -70,7 +68,7 @@ std::uint64_t secondsAhead() {
 std::uint64_t ClockMonotonicNs() {
   const std::uint64_t ahead = secondsAhead();
   const timespec time = now(CLOCK_BOOTTIME);
-  return (static_cast<std::uint64_t>(time.tv_sec) + ahead) * kNsPerSecond +
+  return (static_cast<std::uint64_t>(time.tv_sec) + ahead) * kNanosecondsPerSecond +
          static_cast<std::uint64_t>(time.tv_nsec);
 }
 
@@ -81,7 +79,8 @@ double ClockSecondsSince1970() {
 }
 
 void ClockSleep(std::uint64_t ns) {
-  timespec left{static_cast<time_t>(ns / kNsPerSecond), static_cast<long>(ns % kNsPerSecond)};
+  timespec left{static_cast<time_t>(ns / kNanosecondsPerSecond),
+                static_cast<long>(ns % kNanosecondsPerSecond)};
   while (nanosleep(&left, &left) != 0 && errno == EINTR) {
   }
 }

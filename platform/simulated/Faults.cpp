@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "platform/simulated/Descriptor.h"
+#include "platform/simulated/JsonText.h"
 #include "platform/simulated/MacFiles.h"
 
 namespace platform {
@@ -16,22 +17,16 @@ namespace {
 
 constexpr mode_t kFaultsMode = 0666;
 
-std::optional<std::int64_t> number(const Json& fault, const char* key) {
+std::optional<std::int64_t> integer(const Json& fault, const char* key) {
   const auto found = fault.find(key);
   if (found == fault.end() || !found->is_number_integer()) return std::nullopt;
   return found->get<std::int64_t>();
 }
 
 std::optional<int> smallNumber(const Json& fault, const char* key) {
-  const std::optional<std::int64_t> value = number(fault, key);
+  const std::optional<std::int64_t> value = integer(fault, key);
   if (!value) return std::nullopt;
   return static_cast<int>(*value);
-}
-
-std::optional<std::string> text(const Json& fault, const char* key) {
-  const auto found = fault.find(key);
-  if (found == fault.end() || !found->is_string()) return std::nullopt;
-  return found->get<std::string>();
 }
 
 bool argumentsMatch(const Json& fault, const std::vector<std::string>& arguments) {
@@ -43,7 +38,7 @@ bool argumentsMatch(const Json& fault, const std::vector<std::string>& arguments
 
 bool matches(const Json& fault, const std::string& target,
              const std::vector<std::string>& arguments) {
-  return fault.is_object() && text(fault, "target") == target && number(fault, "times") != 0 &&
+  return fault.is_object() && JsonText(fault, "target") == target && integer(fault, "times") != 0 &&
          argumentsMatch(fault, arguments);
 }
 
@@ -68,7 +63,7 @@ std::optional<Json> takeMatch(const std::string& target,
   });
   if (found == faults->end()) return std::nullopt;
   const Json fault = *found;
-  if (const std::optional<std::int64_t> times = number(fault, "times")) {
+  if (const std::optional<std::int64_t> times = integer(fault, "times")) {
     (*found)["times"] = *times - 1;
     // A use that cannot be counted is one use too many, which a test sees.
     (void)mac.replace(kMacFaults, faults->dump(2, ' ', false, Json::error_handler_t::replace),
@@ -88,11 +83,11 @@ std::optional<Fault> TakeFault(const std::string& target,
   if (access(kMacFaults, F_OK) != 0) return std::nullopt;  // the usual case costs one call
   const std::optional<Json> fault = takeMatch(target, arguments);
   if (!fault) return std::nullopt;
-  std::this_thread::sleep_for(std::chrono::milliseconds(number(*fault, "delayMs").value_or(0)));
+  std::this_thread::sleep_for(std::chrono::milliseconds(integer(*fault, "delayMs").value_or(0)));
   const auto effect = fault->find("effect");
   return Fault{.status = smallNumber(*fault, "status"),
-               .output = text(*fault, "output"),
-               .errorOutput = text(*fault, "errorOutput"),
+               .output = JsonText(*fault, "output"),
+               .errorOutput = JsonText(*fault, "errorOutput"),
                .signal = smallNumber(*fault, "signal"),
                .effect = effect != fault->end() && *effect == true};
 }

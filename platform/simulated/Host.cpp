@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include "platform/simulated/JsonText.h"
 #include "platform/simulated/MacFiles.h"
 
 namespace platform {
@@ -14,12 +15,6 @@ Json member(const Json& object, const char* key) {
   return found == object.end() ? Json() : *found;
 }
 
-std::optional<std::string> text(const Json& object, const char* key) {
-  const Json value = member(object, key);
-  if (!value.is_string()) return std::nullopt;
-  return value.get<std::string>();
-}
-
 Json propertyListAt(const std::string& path) {
   return MacTree().readPropertyList(path).value_or(Json());
 }
@@ -30,7 +25,7 @@ bool isA(mode_t type, const std::string& path) {
 }
 
 std::optional<std::string> bundleExecutable(const std::string& bundle, const Json& information) {
-  const std::optional<std::string> name = text(information, "CFBundleExecutable");
+  const std::optional<std::string> name = JsonText(information, "CFBundleExecutable");
   if (!name) return std::nullopt;
   std::string path = bundle + "/Contents/MacOS/" + *name;
   if (!isA(S_IFREG, path)) return std::nullopt;
@@ -41,13 +36,13 @@ std::optional<std::string> bundleExecutable(const std::string& bundle, const Jso
 
 std::optional<std::string> HostComputerName() {
   const Json system = member(propertyListAt(kMacNetworkPreferences), "System");
-  return text(member(system, "System"), "ComputerName");
+  return JsonText(member(system, "System"), "ComputerName");
 }
 
 std::string HostOperatingSystemVersionString() {
   const Json information = propertyListAt(kMacSystemVersion);
-  const std::optional<std::string> version = text(information, "ProductVersion");
-  const std::optional<std::string> build = text(information, "ProductBuildVersion");
+  const std::optional<std::string> version = JsonText(information, "ProductVersion");
+  const std::optional<std::string> build = JsonText(information, "ProductBuildVersion");
   if (!version || !build) return "Version Unknown";
   return "Version " + *version + " (Build " + *build + ")";
 }
@@ -56,7 +51,7 @@ std::optional<HostBundle> HostBundleAt(const std::string& path) {
   if (!isA(S_IFDIR, path)) return std::nullopt;
   const Json information = propertyListAt(path + "/Contents/Info.plist");
   return HostBundle{.executablePath = bundleExecutable(path, information),
-                    .shortVersion = text(information, "CFBundleShortVersionString")};
+                    .shortVersion = JsonText(information, "CFBundleShortVersionString")};
 }
 
 }  // namespace platform

@@ -1,6 +1,7 @@
 #include "platform/simulated/Requirement.h"
 
 #include "platform/Json.h"
+#include "platform/simulated/JsonText.h"
 #include "platform/simulated/Limits.h"
 
 namespace platform {
@@ -150,19 +151,14 @@ class Evaluation {
   int _depth = 0;
 };
 
-std::string text(const Json& object, const char* key) {
-  const auto found = object.find(key);
-  return found != object.end() && found->is_string() ? found->get<std::string>() : std::string();
-}
-
 }  // namespace
 
 std::optional<Signature> ParseSignature(const std::string& contents) {
   const Json object = Json::parse(contents, nullptr, false);
   if (!object.is_object()) return std::nullopt;
-  return Signature{.anchor = text(object, "anchor"),
-                   .identifier = text(object, "identifier"),
-                   .team = text(object, "team")};
+  return Signature{.anchor = JsonText(object, "anchor").value_or(""),
+                   .identifier = JsonText(object, "identifier").value_or(""),
+                   .team = JsonText(object, "team").value_or("")};
 }
 
 std::optional<bool> EvaluateRequirement(std::string_view requirement,

@@ -5,7 +5,7 @@
 namespace client {
 namespace {
 
-constexpr double kWholePercent = 100;
+constexpr double kAllDone = 100;
 
 bool HasUpdates(const Json& reply) {
   const auto updates = reply.find("updates");
@@ -15,7 +15,7 @@ bool HasUpdates(const Json& reply) {
 }  // namespace
 
 int InstallPercent(const Json& reply) {
-  return static_cast<int>(std::min(ReplyNumber(reply, "progress").value_or(0), kWholePercent));
+  return static_cast<int>(std::min(ReplyNumber(reply, "progress").value_or(0), kAllDone));
 }
 
 InstallOutcome::InstallOutcome(const Json& before)

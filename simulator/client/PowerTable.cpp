@@ -22,7 +22,7 @@ struct PolicyRow {
   std::string (*text)(const Json& value);
 };
 
-constexpr PolicyRow kRows[] = {
+constexpr PolicyRow kPolicyRows[] = {
     {"Screen off after", false, "screenOffMinutes", Minutes},
     {"Sleep after", false, "sleepMinutes", Minutes},
     {"Schedule", true, "enabled", OnOrOffCell},
@@ -43,7 +43,7 @@ std::string Source(const Json& reply) {
   return source == "default" ? "built-in default" : source;
 }
 
-std::string Problem(const Json& reply) {
+std::string PolicyProblem(const Json& reply) {
   const std::optional<std::string> code = ReplyString(reply, "error");
   return code ? ErrorText(*code) : "none";
 }
@@ -55,11 +55,11 @@ std::string PowerTable(const Json& reply) {
   const Json organisation = Member(reply, "policy");
   const Json terminal = Member(reply, "local");
   const Json inForce = Member(reply, "effective");
-  for (const PolicyRow& row : kRows) {
+  for (const PolicyRow& row : kPolicyRows) {
     rows.push_back({row.label, Cell(organisation, row), Cell(terminal, row), Cell(inForce, row)});
   }
   rows.push_back({"Source", Source(reply)});
-  rows.push_back({"Problem", Problem(reply)});
+  rows.push_back({"Problem", PolicyProblem(reply)});
   return Columns(rows);
 }
 

@@ -76,7 +76,7 @@ std::string Hours(const Json& window) {
   return hours + (start == end ? " (local time, a full day)" : " (local time)");
 }
 
-std::string Problem(const Json& reply) {
+std::string UpdateProblem(const Json& reply) {
   const std::optional<std::string> error = ReplyString(reply, "error");
   return error ? UpdatesProblem(*error) : "none";
 }
@@ -101,7 +101,7 @@ std::string UpdatesTable(const Json& reply) {
       {"Automatic", OnOrOffCell(Member(policy, "automatic"))},
       {"Window", Hours(window)},
       {"Days", DaysCell(Member(window, "days"))},
-      {"Problem", Problem(reply)},
+      {"Problem", UpdateProblem(reply)},
   };
   const bool any = updates.is_array() && !updates.empty();
   return (any ? UpdateRows(updates) : "") + Columns(rows);

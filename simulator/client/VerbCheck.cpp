@@ -8,7 +8,7 @@
 namespace client {
 namespace {
 
-ExitStatus Run(Session& session, const std::string& code) {
+ExitStatus RunCheck(Session& session, const std::string& code) {
   const Answer answer = session.ask(PairCheckRequest(code));
   if (answer.status != ExitStatus::kSuccess || session.json()) return answer.status;
   std::cout << PairOutcomeText(answer.reply) << '\n';
@@ -23,7 +23,7 @@ ExitStatus Run(Session& session, const std::string& code) {
 VerbAction VerbCheck(CLI::App& command) {
   const auto code = std::make_shared<std::string>();
   command.add_option("CODE", *code, "The pairing code")->required();
-  return [code](Session& session) { return Run(session, *code); };
+  return [code](Session& session) { return RunCheck(session, *code); };
 }
 
 }  // namespace client

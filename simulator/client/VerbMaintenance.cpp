@@ -19,7 +19,7 @@ Answer Ask(Session& session, const UnlockFileContent& kept) {
   return session.ask({{"cmd", "maintenance"}, {"password", *password}});
 }
 
-ExitStatus Run(Session& session) {
+ExitStatus RunMaintenance(Session& session) {
   const UnlockFileContent kept = UnlockFileRead();
   if (!kept.problem.empty()) {
     session.complain(kept.problem);
@@ -42,7 +42,7 @@ VerbAction VerbMaintenance(CLI::App& command) {
       "Takes the unlock of this terminal session; without one it asks for the password, or\n"
       "reads one line where standard input is no terminal.\n\n" +
       command.get_footer());
-  return Run;
+  return RunMaintenance;
 }
 
 }  // namespace client

@@ -70,13 +70,13 @@ VerbAction Static(CLI::App& command) {
   return [options](Session& session) { return SetStatic(session, *options); };
 }
 
-constexpr Verb kParts[] = {
+constexpr Verb kNetParts[] = {
     {"dhcp", "Take an adapter's address from DHCP", Dhcp},
     {"static", "Give an adapter an address of its own", Static},
 };
 
 }  // namespace
 
-VerbAction VerbNet(CLI::App& command) { return VerbGroup(command, kParts); }
+VerbAction VerbNet(CLI::App& command) { return VerbGroup(command, kNetParts); }
 
 }  // namespace client

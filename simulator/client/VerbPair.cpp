@@ -110,7 +110,7 @@ std::variant<Pairing, ExitStatus> Begin(Session& session) {
   return Pairing{*code, duration, steady_clock::now() + duration};
 }
 
-ExitStatus Run(Session& session, const PairOptions& options) {
+ExitStatus RunPair(Session& session, const PairOptions& options) {
   const std::variant<Pairing, ExitStatus> begun = Begin(session);
   if (const auto* const status = std::get_if<ExitStatus>(&begun)) return *status;
   const auto& pairing = std::get<Pairing>(begun);
@@ -133,7 +133,7 @@ VerbAction VerbPair(CLI::App& command) {
   command.add_flag("--no-wait", options->noWait, "Only begin: show the code and return");
   AddSecondsOption(command, "--interval", options->interval,
                    "How long to wait between two checks (default: 2)");
-  return [options](Session& session) { return Run(session, *options); };
+  return [options](Session& session) { return RunPair(session, *options); };
 }
 
 }  // namespace client

@@ -106,7 +106,7 @@ VerbAction Set(CLI::App& command) {
   return [options](Session& session) { return RunSet(session, *options); };
 }
 
-constexpr Verb kParts[] = {
+constexpr Verb kPowerParts[] = {
     {"show", "Show what the organisation and the terminal say, and what is in force", Show},
     {"set", "Override the organisation's policy at this terminal", Set},
     {"follow", "Drop the terminal's override; follow the organisation", Follow},
@@ -114,6 +114,6 @@ constexpr Verb kParts[] = {
 
 }  // namespace
 
-VerbAction VerbPower(CLI::App& command) { return VerbGroup(command, kParts); }
+VerbAction VerbPower(CLI::App& command) { return VerbGroup(command, kPowerParts); }
 
 }  // namespace client

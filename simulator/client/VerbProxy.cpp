@@ -48,7 +48,7 @@ VerbAction Manual(CLI::App& command) {
   return [proxy](Session& session) { return SetManual(session, *proxy); };
 }
 
-constexpr Verb kParts[] = {
+constexpr Verb kProxyParts[] = {
     {"none", "Use no proxy", None},
     {"auto", "Take the proxy from a configuration at a URL", Auto},
     {"manual", "Use one proxy for HTTP and HTTPS", Manual},
@@ -56,6 +56,6 @@ constexpr Verb kParts[] = {
 
 }  // namespace
 
-VerbAction VerbProxy(CLI::App& command) { return VerbGroup(command, kParts); }
+VerbAction VerbProxy(CLI::App& command) { return VerbGroup(command, kProxyParts); }
 
 }  // namespace client

@@ -5,7 +5,7 @@
 namespace client {
 namespace {
 
-ExitStatus Run(Session& session) {
+ExitStatus RunRestart(Session& session) {
   const Answer answer = session.ask({{"cmd", "restart.now"}});
   if (answer.status == ExitStatus::kSuccess && !session.json()) {
     std::cout << "The Mac restarts now." << std::endl;
@@ -15,6 +15,6 @@ ExitStatus Run(Session& session) {
 
 }  // namespace
 
-VerbAction VerbRestart(CLI::App&) { return Run; }
+VerbAction VerbRestart(CLI::App&) { return RunRestart; }
 
 }  // namespace client

@@ -20,7 +20,7 @@ std::string ReadInput() {
   return text;
 }
 
-ExitStatus Run(Session& session, const std::string& request) {
+ExitStatus RunSend(Session& session, const std::string& request) {
   const Answer answer = session.exchange(request == "-" ? ReadInput() : request);
   const bool replied =
       answer.status == ExitStatus::kSuccess || answer.status == ExitStatus::kRefused;
@@ -40,7 +40,7 @@ VerbAction VerbSend(CLI::App& command) {
       .add_option("JSON", *request,
                   "The request's text, sent as it stands; - reads it from standard input")
       ->required();
-  return [request](Session& session) { return Run(session, *request); };
+  return [request](Session& session) { return RunSend(session, *request); };
 }
 
 }  // namespace client

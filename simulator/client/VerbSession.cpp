@@ -37,7 +37,7 @@ ExitStatus ReportIdle(Session& session) {
   return Report(session, kIdle, "nobody is signed in, and no stream is live.");
 }
 
-constexpr Verb kParts[] = {
+constexpr Verb kSessionParts[] = {
     {"live", "A stream is live and somebody is signed in",
      [](CLI::App&) -> VerbAction { return ReportLive; }},
     {"signed-in", "Somebody is signed in, and no stream is live",
@@ -53,7 +53,7 @@ VerbAction VerbSession(CLI::App& command) {
       "Only the kiosk account may report. The application that runs in its session reports as\n"
       "well, and the last report counts.\n\n" +
       command.get_footer());
-  return VerbGroup(command, kParts);
+  return VerbGroup(command, kSessionParts);
 }
 
 }  // namespace client

@@ -51,7 +51,7 @@ struct StatusRow {
   std::string (*value)(const Json& reply, const char* key);
 };
 
-constexpr StatusRow kRows[] = {
+constexpr StatusRow kStatusRows[] = {
     {"Paired", "enrolled", Flag},
     {"Set up", "provisioned", Flag},
     {"Maintenance", "maintenance", Flag},
@@ -64,10 +64,10 @@ constexpr StatusRow kRows[] = {
     {"Problem", "error", Problem},
 };
 
-ExitStatus Run(Session& session) {
+ExitStatus RunStatus(Session& session) {
   const Answer answer = session.ask({{"cmd", "status"}});
   if (answer.status != ExitStatus::kSuccess || session.json()) return answer.status;
-  for (const StatusRow& row : kRows) {
+  for (const StatusRow& row : kStatusRows) {
     std::cout << std::left << std::setw(kLabelWidth) << row.label
               << row.value(answer.reply, row.key) << '\n';
   }
@@ -76,6 +76,6 @@ ExitStatus Run(Session& session) {
 
 }  // namespace
 
-VerbAction VerbStatus(CLI::App&) { return Run; }
+VerbAction VerbStatus(CLI::App&) { return RunStatus; }
 
 }  // namespace client

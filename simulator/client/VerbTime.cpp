@@ -68,7 +68,7 @@ ExitStatus Show(Session& session) {
   return ExitStatus::kSuccess;
 }
 
-constexpr Verb kParts[] = {
+constexpr Verb kTimeParts[] = {
     {"zone", "Set the time zone", Zone},
     {"sync", "Set the clock from the time server now",
      [](CLI::App&) -> VerbAction { return Sync; }},
@@ -77,6 +77,6 @@ constexpr Verb kParts[] = {
 
 }  // namespace
 
-VerbAction VerbTime(CLI::App& command) { return VerbGroup(command, kParts); }
+VerbAction VerbTime(CLI::App& command) { return VerbGroup(command, kTimeParts); }
 
 }  // namespace client

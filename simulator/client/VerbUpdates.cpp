@@ -92,7 +92,7 @@ VerbAction AddFollowOptions(CLI::App& command,
   return [options, run](Session& session) { return run(session, *options); };
 }
 
-constexpr Verb kParts[] = {
+constexpr Verb kUpdatesParts[] = {
     {"list", "Show the pending updates, and how checks, installs and the policy stand",
      [](CLI::App&) -> VerbAction { return RunList; }},
     {"check", "Look for updates and show what there is",
@@ -103,6 +103,6 @@ constexpr Verb kParts[] = {
 
 }  // namespace
 
-VerbAction VerbUpdates(CLI::App& command) { return VerbGroup(command, kParts); }
+VerbAction VerbUpdates(CLI::App& command) { return VerbGroup(command, kUpdatesParts); }
 
 }  // namespace client

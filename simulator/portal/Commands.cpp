@@ -12,7 +12,7 @@
 namespace portal {
 namespace {
 
-bool IsObject(const Json& value) { return value.is_object(); }
+bool IsRecord(const Json& value) { return value.is_object(); }
 
 /// As much of a terminal's record as is relied on here.
 bool HasIdAndName(const Json& value) {
@@ -34,7 +34,7 @@ bool HasDigest(const Json& value) {
 
 bool ArePhotoRecords(const Json& value) { return IsListOf(value, "photos", HasDigest); }
 
-bool AreCodes(const Json& value) { return IsListOf(value, "codes", IsObject); }
+bool AreCodes(const Json& value) { return IsListOf(value, "codes", IsRecord); }
 
 /// @param text not empty, or it would begin every id
 bool Means(const std::string& text, const Json& terminal) {
@@ -67,15 +67,15 @@ std::string Explain(const PortalAnswer& answer) {
 
 const Commands::Kind Commands::kTerminals{AreTerminals, PrintTerminals};
 const Commands::Kind Commands::kCodes{AreCodes, PrintCodes};
-const Commands::Kind Commands::kRecord{IsObject, PrintRecord};
+const Commands::Kind Commands::kRecord{IsRecord, PrintRecord};
 const Commands::Kind Commands::kClaimed{HasIdAndName, PrintClaimed};
-const Commands::Kind Commands::kTerminal{IsObject, PrintTerminal};
+const Commands::Kind Commands::kTerminal{IsRecord, PrintTerminal};
 const Commands::Kind Commands::kPhotos{ArePhotoRecords, PrintPhotos};
 const Commands::Kind Commands::kNoPhotos{ArePhotoRecords, PrintNoBranding};
 const Commands::Kind Commands::kAddedPhoto{HasDigest, PrintAddedPhoto};
 const Commands::Kind Commands::kKnownPhoto{HasDigest, PrintKnownPhoto};
-const Commands::Kind Commands::kRemovedPhoto{IsObject, PrintNothing};
-const Commands::Kind Commands::kDone{IsObject, PrintDone};
+const Commands::Kind Commands::kRemovedPhoto{IsRecord, PrintNothing};
+const Commands::Kind Commands::kDone{IsRecord, PrintDone};
 
 int Commands::terminals() const { return ask("GET", "/api/admin/terminals", nullptr, kTerminals); }
 

@@ -10,7 +10,7 @@ namespace portal {
 namespace {
 
 /// The member's text; empty when it is none.
-std::string Text(const Json& run, const char* key) {
+std::string MemberText(const Json& run, const char* key) {
   const auto member = run.find(key);
   return member != run.end() && member->is_string() ? member->get<std::string>() : "";
 }
@@ -28,11 +28,12 @@ const std::map<std::string, std::string, std::less<>>& Results() {
 }  // namespace
 
 std::string DescribeUpdateRun(const Json& run) {
-  const auto result = run.is_object() ? Results().find(Text(run, "lastResult")) : Results().end();
+  const auto result =
+      run.is_object() ? Results().find(MemberText(run, "lastResult")) : Results().end();
   if (result == Results().end()) return Printable(JsonText(run));
   std::string phrase = result->second;
-  if (const std::string at = Text(run, "lastRunAt"); !at.empty()) phrase += " at " + at;
-  if (const std::string error = Text(run, "error"); !error.empty()) phrase += ": " + error;
+  if (const std::string at = MemberText(run, "lastRunAt"); !at.empty()) phrase += " at " + at;
+  if (const std::string error = MemberText(run, "error"); !error.empty()) phrase += ": " + error;
   const auto pending = run.find("pending");
   if (pending != run.end() && pending->is_number_integer() && *pending > 0)
     phrase += ", " + JsonText(*pending) + " pending";

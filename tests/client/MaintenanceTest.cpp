@@ -5,7 +5,7 @@ namespace {
 using testing::ElementsAre;
 using testing::EndsWith;
 
-constexpr const char* kDone =
+constexpr const char* kSaysDone =
     "Maintenance: the kiosk session ends, and the Mac does not log in by itself until it has "
     "restarted.\n";
 
@@ -16,7 +16,7 @@ TEST_F(MaintenanceVerb, TakesTheKeptUnlockWhichEndsWithIt) {
   keepUnlock();
   const ChildResult result = run({"maintenance"}, "abcd\n");
   EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.output, kDone);
+  EXPECT_EQ(result.output, kSaysDone);
   EXPECT_EQ(result.errors, "");
   EXPECT_NE(access(unlockFile().c_str(), F_OK), 0);
   EXPECT_THAT(requests(), ElementsAre(R"({"cmd":"maintenance","unlockToken":"secret"})"));
@@ -26,7 +26,7 @@ TEST_F(MaintenanceVerb, TakesThePasswordWithoutAnUnlock) {
   script({Replies(R"({"ok":true})")});
   const ChildResult result = run({"maintenance"}, "abcd\n");
   EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.output, kDone);
+  EXPECT_EQ(result.output, kSaysDone);
   EXPECT_THAT(requests(), ElementsAre(R"({"cmd":"maintenance","password":"abcd"})"));
 }
 

@@ -1,13 +1,12 @@
 #include "tests/client/ChannelTest.h"
+#include "tests/client/KnownReplies.h"
 
 namespace {
 
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr const char* kBegun = R"({"ok":true,"code":"ABCDEFGH","expiresInSeconds":900})";
-constexpr const char* kOpen = R"({"ok":true,"paired":false})";
-constexpr const char* kDone =
+constexpr const char* kDoneSoon =
     R"({"ok":true,"paired":true,"provisioned":true,"restarting":true,"restartInSeconds":1})";
 
 class PairOnATerminal : public ChannelTest {
@@ -51,7 +50,7 @@ TEST_F(PairOnATerminal, OnlySpacesACodeThatHasNoBlockLetters) {
 }
 
 TEST_F(PairOnATerminal, CountsDownToTheRestart) {
-  script({Replies(kBegun), Replies(kOpen), Replies(kDone)});
+  script({Replies(kBegun), Replies(kOpen), Replies(kDoneSoon)});
   const ChildResult result = pair({});
   EXPECT_EQ(result.status, 0);
   EXPECT_THAT(result.output, HasSubstr("The terminal is paired and set up.\r\n"

@@ -1,4 +1,5 @@
 #include "tests/client/ChannelTest.h"
+#include "tests/client/KnownReplies.h"
 
 namespace {
 
@@ -8,8 +9,6 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-constexpr const char* kBegun = R"({"ok":true,"code":"ABCDEFGH","expiresInSeconds":900})";
-constexpr const char* kOpen = R"({"ok":true,"paired":false})";
 constexpr const char* kUnreachable = R"({"ok":false,"error":"unreachable"})";
 constexpr const char* kDone =
     R"({"ok":true,"paired":true,"provisioned":true,"restarting":true,"restartInSeconds":30})";

@@ -1,15 +1,13 @@
 #include <csignal>
 
 #include "tests/client/ChannelTest.h"
+#include "tests/client/KnownReplies.h"
 
 namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
-
-constexpr const char* kUnlocked =
-    R"({"ok":true,"unlockToken":"0123456789abcdef","expiresInSeconds":600})";
 
 class PasswordOnATerminal : public ChannelTest {
  protected:

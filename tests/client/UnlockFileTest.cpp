@@ -6,13 +6,12 @@
 #include <iterator>
 
 #include "tests/client/ChannelTest.h"
+#include "tests/client/KnownReplies.h"
 
 namespace {
 
 using testing::HasSubstr;
 
-constexpr const char* kUnlocked =
-    R"({"ok":true,"unlockToken":"0123456789abcdef0123456789abcdef","expiresInSeconds":600})";
 constexpr const char* kNotOurs = " is not the file that kioskctl keeps the unlock in; remove it.\n";
 constexpr const char* kUnlockFirst = "kioskctl: Unlock first: kioskctl unlock\n";
 

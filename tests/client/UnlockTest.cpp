@@ -1,6 +1,7 @@
 #include <ctime>
 
 #include "tests/client/ChannelTest.h"
+#include "tests/client/KnownReplies.h"
 
 namespace {
 
@@ -9,9 +10,6 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::Not;
-
-constexpr const char* kUnlocked =
-    R"({"ok":true,"unlockToken":"0123456789abcdef0123456789abcdef","expiresInSeconds":600})";
 
 class UnlockVerb : public ChannelTest {
  protected:

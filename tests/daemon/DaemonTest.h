@@ -10,14 +10,10 @@
 #include "core/KioskDaemon.h"
 #include "tests/support/Child.h"
 #include "tests/support/MacFolder.h"
+#include "tests/support/MacPaths.h"
 #include "tests/support/ScriptedPortal.h"
 #include "tests/support/virtual/VirtualTime.h"
 
-inline constexpr char kStateDir[] = "/Library/Application Support/Brindlex/Kiosk";
-inline constexpr char kStateFile[] = "/Library/Application Support/Brindlex/Kiosk/state.json";
-inline constexpr char kLaunchAgent[] = "/Library/LaunchAgents/com.brindlex.stream.kiosk.plist";
-inline constexpr char kPasswordFile[] = "/private/etc/kcpassword";
-inline constexpr char kHelper[] = "/Applications/Brindlex.app/Contents/Helpers/kioskd";
 inline constexpr char kApplication[] = "/Applications/Brindlex.app/Contents/MacOS/Brindlex";
 inline constexpr char kCheckInCall[] = "POST /api/kiosk/check-in";
 inline constexpr char kPairCall[] = "POST /api/kiosk/pair";

@@ -10,6 +10,7 @@
 #include "account/KioskHome.h"
 #include "platform/PropertyList.h"
 #include "tests/daemon/AccountTest.h"
+#include "tests/daemon/FileTrouble.h"
 
 namespace {
 
@@ -19,7 +20,6 @@ constexpr char kLibrary[] = "/Users/BrindlexKiosk/Library";
 constexpr char kSystemVersion[] = "/System/Library/CoreServices/SystemVersion.plist";
 constexpr char kNotItsOwn[] =
     "/Users/BrindlexKiosk/Library/Preferences is not a real directory the kiosk account owns";
-constexpr gid_t kStaff = 20;
 
 class HomeTest : public AccountTest {
  protected:

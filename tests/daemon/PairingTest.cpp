@@ -15,7 +15,7 @@ constexpr char kCreateHome[] = "/usr/sbin/createhomedir";
 constexpr char kCode[] = "ABCDEFGH";
 constexpr char kPollCall[] = "GET /api/kiosk/pair/ABCDEFGH";
 constexpr char kRestartLine[] = "enrolled: restarting into kiosk mode in 10 s";
-constexpr char kPreferences[] = "/Library/Preferences/SystemConfiguration/preferences.plist";
+constexpr char kNetworkPreferences[] = "/Library/Preferences/SystemConfiguration/preferences.plist";
 
 const Json kNotClaimed = {{"ok", true}, {"paired", false}};
 
@@ -74,7 +74,7 @@ TEST_F(Pairing, RegistersTheMacWithThePortal) {
 }
 
 TEST_F(Pairing, RegistersAMacWithoutNameUnderAnEmptyOne) {
-  mac.remove(kPreferences);
+  mac.remove(kNetworkPreferences);
   startDaemon();
   begin();
   ASSERT_EQ(portal.requests(kPairCall).size(), 1U);

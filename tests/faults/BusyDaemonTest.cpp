@@ -11,9 +11,9 @@
 #include <random>
 #include <thread>
 
-#include "account/KioskAutoLogin.h"
 #include "platform/PropertyList.h"
 #include "platform/simulated/MacFiles.h"
+#include "tests/faults/EncodedPassword.h"
 #include "tests/system/EnrolledTest.h"
 
 namespace {
@@ -34,13 +34,6 @@ constexpr std::array<const char*, 4> kFolders{kStateDir, "/Library/LaunchAgents"
 unsigned Setting(const char* name, unsigned otherwise) {
   const char* text = std::getenv(name);
   return text == nullptr ? otherwise : static_cast<unsigned>(std::strtoul(text, nullptr, 10));
-}
-
-std::string Encoded(const std::string& password) {
-  std::string encoded(KcPasswordEncodedLength(password.size()), '\0');
-  KcPasswordEncode(reinterpret_cast<const unsigned char*>(password.data()), password.size(),
-                   reinterpret_cast<unsigned char*>(encoded.data()));
-  return encoded;
 }
 
 std::string Text(const Json& record, const char* key) {
@@ -164,7 +157,8 @@ class BusyDaemonTest : public EnrolledTest {
       return "another password";
     }
     if (Text(propertyList(kLoginWindow), "autoLoginUser") != kKioskUser) return "no auto-login";
-    if (mac.read(kPasswordFile) != Encoded(password)) return "auto-login with another password";
+    if (mac.read(kPasswordFile) != EncodedPassword(password))
+      return "auto-login with another password";
     if (mac.modeAndOwner(kPasswordFile) != "0600 0:0") return "a password for everybody";
     if (Text(propertyList(kLaunchAgent), "Label") != "com.brindlex.stream.kiosk") return "no agent";
     if (mac.modeAndOwner(kLaunchAgent) != "0644 0:0") return "an agent that is not root's";

@@ -18,7 +18,7 @@ namespace {
 
 constexpr char kStandardError[] = "/private/var/log/attempt.stderr.log";
 constexpr char kPrefix[] = "[BrindlexKioskHelper] ";
-constexpr char kSocket[] = "socket";
+constexpr char kSocketKind[] = "socket";
 constexpr mode_t kEverybody = 0666;
 
 // What the watched process tells of its attempts.
@@ -147,10 +147,10 @@ void FaultsTest::failOnce(const Operation& operation, const SystemCall& call,
 void FaultsTest::expectNothingElseOpen(pid_t process, int brokenConnections) const {
   std::vector<std::string> open = processes.openFiles(process);
   std::vector<std::string> expected = _openAfterSuccess;
-  EXPECT_LE(std::ranges::count(open, kSocket),
-            std::ranges::count(expected, kSocket) + brokenConnections);
-  std::erase(open, kSocket);
-  std::erase(expected, kSocket);
+  EXPECT_LE(std::ranges::count(open, kSocketKind),
+            std::ranges::count(expected, kSocketKind) + brokenConnections);
+  std::erase(open, kSocketKind);
+  std::erase(expected, kSocketKind);
   EXPECT_EQ(open, expected);
 }
 

@@ -13,6 +13,7 @@
 #include "platform/PropertyList.h"
 #include "portal/KioskBranding.h"
 #include "portal/KioskHttp.h"
+#include "tests/faults/EncodedPassword.h"
 
 namespace {
 
@@ -86,13 +87,6 @@ bool IsRunFailure(const Errors& errors, const Failure& failure, const std::strin
 bool IsUnreached(const Errors& errors) {
   return errors.size() == 1 && Begins(errors[0], std::string("GET ") + kPhotoPath) &&
          errors[0].find(": not reached (") != std::string::npos;
-}
-
-std::string Encoded(const std::string& password) {
-  std::string encoded(KcPasswordEncodedLength(password.size()), '\0');
-  KcPasswordEncode(reinterpret_cast<const unsigned char*>(password.data()), password.size(),
-                   reinterpret_cast<unsigned char*>(encoded.data()));
-  return encoded;
 }
 
 }  // namespace
@@ -218,8 +212,8 @@ Operation OperationsTest::launchAgent() {
 
 Operation OperationsTest::autoLogin() {
   const std::string password = _account["password"];
-  const std::string before = Encoded("the former password");
-  const std::string after = Encoded(password);
+  const std::string before = EncodedPassword("the former password");
+  const std::string after = EncodedPassword(password);
   return {.reset =
               [this, before] {
                 resetMac();

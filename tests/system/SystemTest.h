@@ -11,14 +11,10 @@
 #include "tests/support/ChannelClient.h"
 #include "tests/support/Child.h"
 #include "tests/support/MacFolder.h"
+#include "tests/support/MacPaths.h"
 #include "tests/system/SanitizedHelper.h"
 
-inline constexpr char kHelper[] = "/Applications/Brindlex.app/Contents/Helpers/kioskd";
 inline constexpr char kKioskctl[] = "/Applications/Brindlex.app/Contents/MacOS/kioskctl";
-inline constexpr char kStateDir[] = "/Library/Application Support/Brindlex/Kiosk";
-inline constexpr char kStateFile[] = "/Library/Application Support/Brindlex/Kiosk/state.json";
-inline constexpr char kLaunchAgent[] = "/Library/LaunchAgents/com.brindlex.stream.kiosk.plist";
-inline constexpr char kPasswordFile[] = "/private/etc/kcpassword";
 inline constexpr char kSocket[] = "/private/var/run/com.brindlex.stream.kioskd.socket";
 
 /// The real portal, with a folder of its own.

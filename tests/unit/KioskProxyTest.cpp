@@ -30,7 +30,7 @@ std::optional<std::string> PacUrl(const Json& given) {
 }
 
 /// Host and port that a server amounts to, with a colon between them.
-std::optional<std::string> Server(const Json& given) {
+std::optional<std::string> ProxyServer(const Json& given) {
   const std::optional<Json> proxy = KioskProxyParse(Manual(given));
   if (!proxy) return std::nullopt;
   EXPECT_TRUE((*proxy)["port"].is_number_integer());
@@ -167,57 +167,57 @@ TEST(ProxyServer, IsAHostAndAPort) {
                                                                  {"port", 8080},
                                                                  {"bypass", Json::array()},
                                                                  {"excludeSimple", false}}));
-  EXPECT_EQ(Server("10.0.0.1:1"), "10.0.0.1:1");
-  EXPECT_EQ(Server("proxy.example.com:65535"), "proxy.example.com:65535");
-  EXPECT_EQ(Server("\u212Aiosk:80"), "kiosk:80");
+  EXPECT_EQ(ProxyServer("10.0.0.1:1"), "10.0.0.1:1");
+  EXPECT_EQ(ProxyServer("proxy.example.com:65535"), "proxy.example.com:65535");
+  EXPECT_EQ(ProxyServer("\u212Aiosk:80"), "kiosk:80");
 }
 
 TEST(ProxyServer, MayBeginWithSchemesInOneOrder) {
-  EXPECT_EQ(Server("http://proxy:80"), "proxy:80");
-  EXPECT_EQ(Server("https://proxy:80/"), "proxy:80");
-  EXPECT_EQ(Server("http://https://proxy:80"), "proxy:80");
-  EXPECT_EQ(Server("https://http://proxy:80"), std::nullopt);
-  EXPECT_EQ(Server("http://http://proxy:80"), std::nullopt);
-  EXPECT_EQ(Server("ftp://proxy:80"), std::nullopt);
+  EXPECT_EQ(ProxyServer("http://proxy:80"), "proxy:80");
+  EXPECT_EQ(ProxyServer("https://proxy:80/"), "proxy:80");
+  EXPECT_EQ(ProxyServer("http://https://proxy:80"), "proxy:80");
+  EXPECT_EQ(ProxyServer("https://http://proxy:80"), std::nullopt);
+  EXPECT_EQ(ProxyServer("http://http://proxy:80"), std::nullopt);
+  EXPECT_EQ(ProxyServer("ftp://proxy:80"), std::nullopt);
 }
 
 TEST(ProxyServer, MayEndWithOneSlash) {
-  EXPECT_EQ(Server("proxy:80/"), "proxy:80");
-  EXPECT_EQ(Server("proxy:80//"), std::nullopt);
-  EXPECT_EQ(Server("proxy:80/p"), std::nullopt);
+  EXPECT_EQ(ProxyServer("proxy:80/"), "proxy:80");
+  EXPECT_EQ(ProxyServer("proxy:80//"), std::nullopt);
+  EXPECT_EQ(ProxyServer("proxy:80/p"), std::nullopt);
 }
 
 TEST(ProxyServer, RequiresAPortFrom1To65535) {
   for (const char* server :
        {"proxy", "proxy:", "proxy:0", "proxy:080", "proxy:65536", "proxy:100000", "proxy:x",
         "proxy:8x", "proxy:-1", "proxy:+1", "proxy:80:80", "proxy:\uFF11"}) {
-    EXPECT_EQ(Server(server), std::nullopt) << server;
+    EXPECT_EQ(ProxyServer(server), std::nullopt) << server;
   }
 }
 
 TEST(ProxyServer, RequiresAHost) {
   for (const char* server : {"", ":80", "-a:80", "a_b:80", "1.2.3:80", "[::1]:80", "user@a:80",
                              "http://:80", "/:80", "b\u00FC:80"}) {
-    EXPECT_EQ(Server(server), std::nullopt) << server;
+    EXPECT_EQ(ProxyServer(server), std::nullopt) << server;
   }
 }
 
 TEST(ProxyServer, HasNoSpacesOrControls) {
   for (const char* server : {" proxy:80", "proxy:80 ", "pro xy:80", "proxy:80\n", "proxy:\t80",
                              "proxy\x7F:80", "proxy\u00A0:80", "proxy:80\u2028"}) {
-    EXPECT_EQ(Server(server), std::nullopt) << testing::PrintToString(server);
+    EXPECT_EQ(ProxyServer(server), std::nullopt) << testing::PrintToString(server);
   }
 }
 
 TEST(ProxyServer, HasUpTo253CharactersOfHostName) {
-  EXPECT_EQ(Server("https://" + Name(253) + ":65535/"), Name(253) + ":65535");
-  EXPECT_EQ(Server(Name(254) + ":80"), std::nullopt);
-  EXPECT_EQ(Server(std::string(301, 'a')), std::nullopt);
+  EXPECT_EQ(ProxyServer("https://" + Name(253) + ":65535/"), Name(253) + ":65535");
+  EXPECT_EQ(ProxyServer(Name(254) + ":80"), std::nullopt);
+  EXPECT_EQ(ProxyServer(std::string(301, 'a')), std::nullopt);
 }
 
 TEST(ProxyServer, IsText) {
   for (const char* text : {"null", "8080", "true", "[\"proxy:80\"]", "{}"}) {
-    EXPECT_EQ(Server(Json::parse(text)), std::nullopt) << text;
+    EXPECT_EQ(ProxyServer(Json::parse(text)), std::nullopt) << text;
   }
 }
 
@@ -349,7 +349,7 @@ Json NearlyBypass(Random& random) {
   return isText ? Json(text) : list;
 }
 
-Json NearlyRequest(Random& random) {
+Json NearlyProxyRequest(Random& random) {
   static const std::vector<Json> modes{"manual", "manual", "manual", "auto",
                                        "auto",   "none",   "AUTO"};
   Json request = {{"mode", UsuallyOneOf(random, modes)}};
@@ -360,7 +360,7 @@ Json NearlyRequest(Random& random) {
 }
 
 /// The request that asks for `proxy`.
-Json RequestFor(const Json& proxy) {
+Json RequestForProxy(const Json& proxy) {
   Json request = proxy;
   if (proxy["mode"] != "manual") return request;
   request["server"] = proxy["host"].get<std::string>() + ":" + proxy["port"].dump();
@@ -396,7 +396,7 @@ TEST(ProxyRequest, AgreesWithTheRulesOnRandomRequests) {
   int manual = 0;
   int refused = 0;
   for (int round = 0; round < 4'000; ++round) {
-    const Json given = NearlyRequest(random);
+    const Json given = NearlyProxyRequest(random);
     const std::optional<Json> expected = ProxyByTheRules(given);
     const std::optional<Json> proxy = KioskProxyParse(given);
     ASSERT_EQ(proxy, expected) << given;
@@ -405,7 +405,7 @@ TEST(ProxyRequest, AgreesWithTheRulesOnRandomRequests) {
     automatic += (*proxy)["mode"] == "auto" ? 1 : 0;
     manual += (*proxy)["mode"] == "manual" ? 1 : 0;
     ASSERT_EQ(proxy->dump(), expected->dump()) << given;
-    ASSERT_EQ(KioskProxyParse(RequestFor(*proxy)), *proxy) << given;
+    ASSERT_EQ(KioskProxyParse(RequestForProxy(*proxy)), *proxy) << given;
   }
   EXPECT_GT(automatic, 300);
   EXPECT_GT(manual, 300);

@@ -17,7 +17,7 @@ namespace {
 constexpr std::int64_t kKilo = 1'024;
 constexpr std::int64_t kMega = 1'048'576;
 constexpr std::int64_t kGiga = 1'073'741'824;
-constexpr std::int64_t kLargest = std::numeric_limits<std::int64_t>::max();
+constexpr std::int64_t kLargestSize = std::numeric_limits<std::int64_t>::max();
 
 Json Update(const std::string& id, const std::string& title, std::int64_t bytes, bool restart) {
   return {{"id", id}, {"title", title}, {"sizeBytes", bytes}, {"restartRequired", restart}};
@@ -370,16 +370,16 @@ TEST(UpdateSize, NeverExceedsTheLargestInteger) {
   const auto sizeOf = [](const std::string& size) {
     return One("Title: a, Version: 1, Size: " + size + ", x")["sizeBytes"];
   };
-  EXPECT_EQ(sizeOf("9223372036854775807"), kLargest);
-  EXPECT_EQ(sizeOf("9223372036854775806B"), kLargest - 1);
-  EXPECT_EQ(sizeOf("9223372036854775808"), kLargest);
-  EXPECT_EQ(sizeOf("18446744073709551616"), kLargest);
-  EXPECT_EQ(sizeOf("18446744073709551617 KiB"), kLargest);
-  EXPECT_EQ(sizeOf("9007199254740991K"), kLargest - 1'023);
-  EXPECT_EQ(sizeOf("9007199254740992K"), kLargest);
-  EXPECT_EQ(sizeOf("8589934591G"), kLargest - kGiga + 1);
-  EXPECT_EQ(sizeOf("8589934592G"), kLargest);
-  EXPECT_EQ(sizeOf(std::string(5'000, '9') + "G"), kLargest);
+  EXPECT_EQ(sizeOf("9223372036854775807"), kLargestSize);
+  EXPECT_EQ(sizeOf("9223372036854775806B"), kLargestSize - 1);
+  EXPECT_EQ(sizeOf("9223372036854775808"), kLargestSize);
+  EXPECT_EQ(sizeOf("18446744073709551616"), kLargestSize);
+  EXPECT_EQ(sizeOf("18446744073709551617 KiB"), kLargestSize);
+  EXPECT_EQ(sizeOf("9007199254740991K"), kLargestSize - 1'023);
+  EXPECT_EQ(sizeOf("9007199254740992K"), kLargestSize);
+  EXPECT_EQ(sizeOf("8589934591G"), kLargestSize - kGiga + 1);
+  EXPECT_EQ(sizeOf("8589934592G"), kLargestSize);
+  EXPECT_EQ(sizeOf(std::string(5'000, '9') + "G"), kLargestSize);
   EXPECT_EQ(sizeOf(std::string(5'000, '0') + "3G"), 3 * kGiga);
 }
 

@@ -16,7 +16,9 @@ std::optional<double> Offset(const std::string& text) {
   return offsetMs;
 }
 
-std::optional<std::string> Server(const std::string& text) { return KioskTimeServerParse(text); }
+std::optional<std::string> TimeServer(const std::string& text) {
+  return KioskTimeServerParse(text);
+}
 
 TEST(TimeZone, IsAnyThatTheSystemKnows) {
   for (const std::string& zone : platform::CalendarKnownTimeZones()) {
@@ -162,23 +164,23 @@ TEST(ClockOffset, AgreesWithThePatternOnRandomOutput) {
 }
 
 TEST(TimeServer, IsReadFromWhatTheToolSays) {
-  EXPECT_EQ(Server("Network Time Server: time.apple.com"), "time.apple.com");
-  EXPECT_EQ(Server("Network Time Server: time.euro.apple.com\n"), "time.euro.apple.com");
-  EXPECT_EQ(Server("Network Time Server: 169.254.169.123"), "169.254.169.123");
-  EXPECT_EQ(Server("Network Time Server:Time-1.example"), "Time-1.example");
+  EXPECT_EQ(TimeServer("Network Time Server: time.apple.com"), "time.apple.com");
+  EXPECT_EQ(TimeServer("Network Time Server: time.euro.apple.com\n"), "time.euro.apple.com");
+  EXPECT_EQ(TimeServer("Network Time Server: 169.254.169.123"), "169.254.169.123");
+  EXPECT_EQ(TimeServer("Network Time Server:Time-1.example"), "Time-1.example");
 }
 
 TEST(TimeServer, IsFoundBehindNoise) {
-  EXPECT_EQ(Server("2024-12-09 14:20:14.400 systemsetup[18647:239595] ### Error:-99 "
-                   "File:/AppleInternal/InternetServices.m Line:379\n"
-                   "Network Time Server: time.apple.com"),
+  EXPECT_EQ(TimeServer("2024-12-09 14:20:14.400 systemsetup[18647:239595] ### Error:-99 "
+                       "File:/AppleInternal/InternetServices.m Line:379\n"
+                       "Network Time Server: time.apple.com"),
             "time.apple.com");
 }
 
 TEST(TimeServer, IsTheFirstWordBehindTheLabel) {
-  EXPECT_EQ(Server("Network Time Server: \t\u2003a.b\u00A0c.d"), "a.b");
-  EXPECT_EQ(Server("Network Time Server:\n\n a.b\nc.d"), "a.b");
-  EXPECT_EQ(Server("Network Time Server: a Network Time Server: b"), "a");
+  EXPECT_EQ(TimeServer("Network Time Server: \t\u2003a.b\u00A0c.d"), "a.b");
+  EXPECT_EQ(TimeServer("Network Time Server:\n\n a.b\nc.d"), "a.b");
+  EXPECT_EQ(TimeServer("Network Time Server: a Network Time Server: b"), "a");
 }
 
 TEST(TimeServer, IsNotInOtherOutput) {
@@ -193,24 +195,24 @@ TEST(TimeServer, IsNotInOtherOutput) {
         "Restart After Power Failure: Not supported on this machine.",
         "getAllowPowerButtonToSleepComputer: On", "network time server: a.b",
         "Network  Time Server: a.b", "Network Time Server a.b", ""}) {
-    EXPECT_EQ(Server(text), std::nullopt) << text;
+    EXPECT_EQ(TimeServer(text), std::nullopt) << text;
   }
 }
 
 TEST(TimeServer, HasAnOrdinaryName) {
   for (const char* name :
        {"-a.b", ".a", "a_b", "a/b", "b\u00FC.de", "a,b", "[::1]", "a:1", "", " "}) {
-    EXPECT_EQ(Server(std::string("Network Time Server: ") + name), std::nullopt) << name;
+    EXPECT_EQ(TimeServer(std::string("Network Time Server: ") + name), std::nullopt) << name;
   }
   for (const char* name : {"a", "0", "a-", "a.", "a..b", "A.B"}) {
-    EXPECT_EQ(Server(std::string("Network Time Server: ") + name), name);
+    EXPECT_EQ(TimeServer(std::string("Network Time Server: ") + name), name);
   }
 }
 
 TEST(TimeServer, HasANameOfUpTo253Characters) {
   const std::string name(253, 'a');
-  EXPECT_EQ(Server("Network Time Server: " + name), name);
-  EXPECT_EQ(Server("Network Time Server: " + name + "a"), std::nullopt);
+  EXPECT_EQ(TimeServer("Network Time Server: " + name), name);
+  EXPECT_EQ(TimeServer("Network Time Server: " + name + "a"), std::nullopt);
 }
 
 TEST(TimeServer, AgreesWithThePatternOnRandomOutput) {
@@ -239,7 +241,7 @@ TEST(TimeServer, AgreesWithThePatternOnRandomOutput) {
     for (std::size_t count = random.below(5); count > 0; --count) text += random.pick(pieces);
     const std::optional<std::string> expected = TimeServerByPattern(text);
     found += expected ? 1 : 0;
-    ASSERT_EQ(Server(text), expected) << testing::PrintToString(text);
+    ASSERT_EQ(TimeServer(text), expected) << testing::PrintToString(text);
   }
   EXPECT_GT(found, 1'000);
   EXPECT_LT(found, 9'000);

@@ -37,7 +37,7 @@ bool IsUtf8ByMeaning(std::string_view bytes) {
   return true;
 }
 
-std::string Bytes(std::initializer_list<int> values) {
+std::string Octets(std::initializer_list<int> values) {
   std::string bytes;
   for (const int value : values) bytes += static_cast<char>(value);
   return bytes;
@@ -52,21 +52,21 @@ TEST(Utf8, AcceptsEveryCodePoint) {
 }
 
 TEST(Utf8, RefusesOverlongForms) {
-  EXPECT_FALSE(KioskIsUtf8(Bytes({0xC0, 0x80})));
-  EXPECT_FALSE(KioskIsUtf8(Bytes({0xC1, 0xBF})));
-  EXPECT_FALSE(KioskIsUtf8(Bytes({0xE0, 0x80, 0x80})));
-  EXPECT_FALSE(KioskIsUtf8(Bytes({0xE0, 0x9F, 0xBF})));
-  EXPECT_FALSE(KioskIsUtf8(Bytes({0xF0, 0x80, 0x80, 0x80})));
-  EXPECT_FALSE(KioskIsUtf8(Bytes({0xF0, 0x8F, 0xBF, 0xBF})));
+  EXPECT_FALSE(KioskIsUtf8(Octets({0xC0, 0x80})));
+  EXPECT_FALSE(KioskIsUtf8(Octets({0xC1, 0xBF})));
+  EXPECT_FALSE(KioskIsUtf8(Octets({0xE0, 0x80, 0x80})));
+  EXPECT_FALSE(KioskIsUtf8(Octets({0xE0, 0x9F, 0xBF})));
+  EXPECT_FALSE(KioskIsUtf8(Octets({0xF0, 0x80, 0x80, 0x80})));
+  EXPECT_FALSE(KioskIsUtf8(Octets({0xF0, 0x8F, 0xBF, 0xBF})));
 }
 
 TEST(Utf8, RefusesWhatLiesBeyondTheLastCodePoint) {
-  EXPECT_TRUE(KioskIsUtf8(Bytes({0xF4, 0x8F, 0xBF, 0xBF})));
-  EXPECT_FALSE(KioskIsUtf8(Bytes({0xF4, 0x90, 0x80, 0x80})));
-  EXPECT_FALSE(KioskIsUtf8(Bytes({0xF5, 0x80, 0x80, 0x80})));
-  EXPECT_FALSE(KioskIsUtf8(Bytes({0xF8, 0x88, 0x80, 0x80, 0x80})));
-  EXPECT_FALSE(KioskIsUtf8(Bytes({0xFE})));
-  EXPECT_FALSE(KioskIsUtf8(Bytes({0xFF})));
+  EXPECT_TRUE(KioskIsUtf8(Octets({0xF4, 0x8F, 0xBF, 0xBF})));
+  EXPECT_FALSE(KioskIsUtf8(Octets({0xF4, 0x90, 0x80, 0x80})));
+  EXPECT_FALSE(KioskIsUtf8(Octets({0xF5, 0x80, 0x80, 0x80})));
+  EXPECT_FALSE(KioskIsUtf8(Octets({0xF8, 0x88, 0x80, 0x80, 0x80})));
+  EXPECT_FALSE(KioskIsUtf8(Octets({0xFE})));
+  EXPECT_FALSE(KioskIsUtf8(Octets({0xFF})));
 }
 
 TEST(Utf8, RefusesSequencesThatEndTooSoon) {
@@ -83,9 +83,9 @@ TEST(Utf8, RefusesSequencesThatEndTooSoon) {
 
 TEST(Utf8, AgreesWithTheRuleOnAllPairsOfBytes) {
   for (int first = 0; first < 256; ++first) {
-    ASSERT_EQ(KioskIsUtf8(Bytes({first})), IsUtf8ByMeaning(Bytes({first}))) << first;
+    ASSERT_EQ(KioskIsUtf8(Octets({first})), IsUtf8ByMeaning(Octets({first}))) << first;
     for (int second = 0; second < 256; ++second) {
-      const std::string bytes = Bytes({first, second});
+      const std::string bytes = Octets({first, second});
       ASSERT_EQ(KioskIsUtf8(bytes), IsUtf8ByMeaning(bytes)) << first << " " << second;
     }
   }
@@ -99,10 +99,10 @@ TEST(Utf8, AgreesWithTheRuleOnAllTriplesAndQuadruplesOfBoundaryBytes) {
   for (const int a : kBoundaryBytes) {
     for (const int b : kBoundaryBytes) {
       for (const int c : kBoundaryBytes) {
-        const std::string triple = Bytes({a, b, c});
+        const std::string triple = Octets({a, b, c});
         ASSERT_EQ(KioskIsUtf8(triple), IsUtf8ByMeaning(triple)) << a << " " << b << " " << c;
         for (const int d : kBoundaryBytes) {
-          const std::string bytes = Bytes({a, b, c, d});
+          const std::string bytes = Octets({a, b, c, d});
           ASSERT_EQ(KioskIsUtf8(bytes), IsUtf8ByMeaning(bytes))
               << a << " " << b << " " << c << " " << d;
         }

@@ -8,8 +8,6 @@
 
 namespace {
 
-Json Member(const Json& given, const char* key) { return Has(given, key) ? given.at(key) : Json(); }
-
 std::optional<std::uint32_t> UsableByTheRule(const Json& value) {
   const std::optional<std::uint32_t> address = QuadByTheList(value);
   if (!address) return std::nullopt;

@@ -44,3 +44,8 @@ inline std::optional<Json> Weekdays(const Json& value) {
 inline bool Has(const Json& object, const char* key) {
   return object.contains(key) && !object.at(key).is_null();
 }
+
+/// What `object` has under `key`, or null.
+inline Json Member(const Json& object, const char* key) {
+  return Has(object, key) ? object.at(key) : Json();
+}

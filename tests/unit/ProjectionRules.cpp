@@ -6,6 +6,8 @@
 #include <set>
 #include <string>
 
+#include "tests/unit/PolicyRules.h"
+
 namespace {
 
 bool IsDigest(const Json& value) {
@@ -31,10 +33,6 @@ std::int64_t Integer(const Json& value) {
 std::string Text(const Json& object, const char* key) {
   return object.contains(key) && object.at(key).is_string() ? object.at(key).get<std::string>()
                                                             : std::string();
-}
-
-Json Member(const Json& object, const char* key) {
-  return object.contains(key) ? object.at(key) : Json();
 }
 
 Json Photo(const Json& given) {

@@ -10,10 +10,6 @@
 
 namespace {
 
-Json Member(const Json& given, const char* key) {
-  return given.is_object() && Has(given, key) ? given.at(key) : Json();
-}
-
 // The Kelvin sign is the one character beyond ASCII whose lower case is ASCII.
 std::string Lower(const std::string& text) {
   std::string lower = Replaced(text, {0x212A}, 'k');

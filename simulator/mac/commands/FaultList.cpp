@@ -17,11 +17,11 @@ namespace {
 
 using platform::MacTree;
 
-constexpr mode_t kEverybody = 0666;
+constexpr mode_t kListMode = 0666;
 
 /// The lock under which the list is changed.
 Descriptor LockFaults(const MacTree& mac) {
-  Descriptor lock = OpenFile(mac.path(platform::kMacFaultsLock), O_RDWR | O_CREAT, kEverybody);
+  Descriptor lock = OpenFile(mac.path(platform::kMacFaultsLock), O_RDWR | O_CREAT, kListMode);
   if (lock.valid()) (void)RetryInterrupted([&] { return flock(lock.get(), LOCK_EX); });
   return lock;
 }
@@ -83,7 +83,7 @@ int AddFault(const std::string& root, const Json& fault) {
     (void)Refuse("Nothing in a Mac is known to ask for faults of " + target + ".");
   list->push_back(fault);
   const std::string text = list->dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
-  if (mac.replace(platform::kMacFaults, text, kEverybody)) return 0;
+  if (mac.replace(platform::kMacFaults, text, kListMode)) return 0;
   return Refuse("The faults of " + root + " cannot be written.");
 }
 

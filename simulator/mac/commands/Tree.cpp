@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 bool CanBeOpened(const std::string& path) { return OpenFile(path, O_RDWR).valid(); }
 
-bool CopyFile(const std::string& from, const std::string& to) {
+bool CopyOver(const std::string& from, const std::string& to) {
   std::error_code error;
   return fs::copy_file(from, to, fs::copy_options::overwrite_existing, error);
 }
@@ -63,7 +63,7 @@ void TreeBuilder::link(const std::string& path, const std::string& target) {
 void TreeBuilder::copy(const std::string& path, const std::string& source, mode_t mode) {
   if (failed()) return;
   parentOf(path);
-  check(CopyFile(source, _root + path) && chmod((_root + path).c_str(), mode) == 0, path);
+  check(CopyOver(source, _root + path) && chmod((_root + path).c_str(), mode) == 0, path);
 }
 
 void TreeBuilder::share(const std::string& path, const std::string& source) {
@@ -71,7 +71,7 @@ void TreeBuilder::share(const std::string& path, const std::string& source) {
   parentOf(path);
   const std::string full = _root + path;
   const bool shared = ::link(source.c_str(), full.c_str()) == 0 || errno == EEXIST;
-  check(shared || CopyFile(source, full), path);
+  check(shared || CopyOver(source, full), path);
 }
 
 void TreeBuilder::alias(const std::string& path, const std::string& existing) {

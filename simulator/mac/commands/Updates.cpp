@@ -44,7 +44,7 @@ int ChangeCatalogue(const MacTree& mac, const std::function<std::string(Json&)>&
   return written ? 0 : Refuse("The updates of " + mac.path("") + " cannot be written.");
 }
 
-void Print(const std::string& line) { (void)std::printf("%s\n", line.c_str()); }
+void PrintLine(const std::string& line) { (void)std::printf("%s\n", line.c_str()); }
 
 std::string Described(const SoftwareUpdate& update) {
   std::string text = update.label + ": " + update.title;
@@ -62,7 +62,7 @@ void PrintSettings(const Json& catalogue) {
   for (const auto& [key, value] : catalogue.items()) {
     const bool shown = key == "updates" || key == "installed" || key == "atNextBoot";
     if (shown || FieldOf(seed, key.c_str()) == value) continue;
-    Print(key + ": " + value.dump(-1, ' ', false, Json::error_handler_t::replace));
+    PrintLine(key + ": " + value.dump(-1, ' ', false, Json::error_handler_t::replace));
   }
 }
 
@@ -74,16 +74,16 @@ std::size_t Unusable(const Json& catalogue, const UpdateCatalogue& parsed) {
 
 void PrintCatalogue(const MacTree& mac, const Json& catalogue) {
   const UpdateCatalogue parsed = ParseUpdateCatalogue(catalogue);
-  Print("the Mac has " + ReadSystemVersion(mac).text());
+  PrintLine("the Mac has " + ReadSystemVersion(mac).text());
   const Json next = ObjectOf(catalogue, "atNextBoot");
   const SystemVersion system{TextOf(next, "version"), TextOf(next, "build")};
-  if (!system.version.empty()) Print("from the next boot on: " + system.text());
+  if (!system.version.empty()) PrintLine("from the next boot on: " + system.text());
   PrintSettings(catalogue);
-  if (parsed.updates.empty()) Print("no updates");
-  for (const SoftwareUpdate& update : parsed.updates) Print("on offer: " + Described(update));
+  if (parsed.updates.empty()) PrintLine("no updates");
+  for (const SoftwareUpdate& update : parsed.updates) PrintLine("on offer: " + Described(update));
   const std::size_t unusable = Unusable(catalogue, parsed);
-  if (unusable > 0) Print("not usable: " + std::to_string(unusable));
-  for (const std::string& label : TextsOf(catalogue, "installed")) Print("installed: " + label);
+  if (unusable > 0) PrintLine("not usable: " + std::to_string(unusable));
+  for (const std::string& label : TextsOf(catalogue, "installed")) PrintLine("installed: " + label);
 }
 
 std::string Offer(Json& catalogue, const Json& update) {
@@ -107,7 +107,7 @@ int ShowUpdates(const std::string& root, bool json) {
   const std::optional<Json> catalogue = ReadCatalogue(mac);
   if (!catalogue) return NoCatalogue(mac);
   if (json)
-    Print(catalogue->dump(2, ' ', false, Json::error_handler_t::replace));
+    PrintLine(catalogue->dump(2, ' ', false, Json::error_handler_t::replace));
   else
     PrintCatalogue(mac, *catalogue);
   return 0;

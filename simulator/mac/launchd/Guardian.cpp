@@ -21,7 +21,7 @@ namespace {
   _exit(status);
 }
 
-int WaitFor(pid_t child, SignalWaiter& signals) {
+int WaitForChild(pid_t child, SignalWaiter& signals) {
   std::optional<int> status;
   while (!status) {
     const std::optional<int> signal = signals.wait(std::nullopt);
@@ -51,7 +51,7 @@ int Guard(const std::function<int()>& work) {
     return 1;
   }
   if (child == 0) RunGuarded(work, guardian);
-  const int status = WaitFor(child, signals);
+  const int status = WaitForChild(child, signals);
   KillChildren(proc.get());
   return status;
 }

@@ -53,7 +53,7 @@ Run Membership(const Arguments& arguments) {
   return is ? Run{0, "yes BrindlexKiosk is a member of admin"} : Run{67, "no BrindlexKiosk is NOT"};
 }
 
-Run Session(const Arguments& arguments) {
+Run LaunchCtl(const Arguments& arguments) {
   bool& isUp = TheWorld().hasSession;
   if (arguments[0] == "print") return {isUp ? 0 : 113, ""};
   if (arguments[0] == "bootout") isUp = false;
@@ -86,7 +86,7 @@ Run Effect(std::string_view tool, const Arguments& arguments) {
   if (tool == "createhomedir") return CreateHome();
   if (tool == "sysadminctl") return Account(arguments[0] == "-addUser");
   if (tool == "dseditgroup") return Membership(arguments);
-  if (tool == "launchctl") return Session(arguments);
+  if (tool == "launchctl") return LaunchCtl(arguments);
   if (tool == "pmset") return Power(arguments);
   if (tool == "systemsetup" && arguments[0] == "-settimezone") SetTimeZone(arguments[1]);
   if (tool == "pkill") TheWorld().hasSession = false;

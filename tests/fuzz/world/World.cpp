@@ -23,7 +23,7 @@ constexpr char kInformationText[] =
     "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict>"
     "<key>CFBundleExecutable</key><string>Brindlex</string>"
     "<key>CFBundleShortVersionString</key><string>1.0</string></dict></plist>";
-constexpr char kZones[] = "/usr/share/zoneinfo/zone.tab";
+constexpr char kZoneTable[] = "/usr/share/zoneinfo/zone.tab";
 constexpr char kNetwork[] = "/Library/Preferences/SystemConfiguration/preferences.plist";
 constexpr char kPasswd[] = "/etc/passwd";
 
@@ -84,7 +84,7 @@ void EnterWorld() {
   WorldWrite(kHelper, "");
   WorldWrite(kApplication, "");
   WorldWrite(kInformation, kInformationText);
-  WorldWrite(kZones, "DE\t+5230+01322\tEurope/Berlin\nUS\t+404251-0740023\tAmerica/New_York\n");
+  WorldWrite(kZoneTable, "DE\t+5230+01322\tEurope/Berlin\nUS\t+404251-0740023\tAmerica/New_York\n");
   virtual_time::SetExecutablePath(kHelper);
 }
 

@@ -35,7 +35,7 @@ using contract::ChannelService;
 using contract::Service;
 
 constexpr auto& kSocket = Service::kSocket;
-constexpr char kRequirement[] = "identifier \"com.brindlex.stream\"";
+constexpr char kAppRequirement[] = "identifier \"com.brindlex.stream\"";
 constexpr std::uint8_t kMessage = 1;
 constexpr std::uint8_t kRequest = 2;
 
@@ -146,7 +146,7 @@ TEST_F(ChannelSocket, TakesTheLongestFrameAndAnswersIt) {
 class ChannelRequirement : public ChannelSocket {
  protected:
   void expectKeptOut() {
-    _service->requirement = kRequirement;
+    _service->requirement = kAppRequirement;
     _service->listen();
     const PeerSide client(kSocket);
     EXPECT_TRUE(client.write(request(1, "a") + request(2, "b")));
@@ -209,7 +209,7 @@ TEST_F(ChannelRequirement, ReportsAMalformedRequirement) {
 
 TEST_F(ChannelRequirement, FailsOnDemand) {
   setFaults(R"([{"target": "channel.setCodeSigningRequirement", "status": 13}])");
-  _service->requirement = kRequirement;
+  _service->requirement = kAppRequirement;
   _service->activates = false;
   _service->listen();
   const PeerSide client(kSocket);
