@@ -2,6 +2,7 @@
 # make up     leaves the simulated Mac and the portal running, and says how to talk to both
 # make test   builds everything and runs the tests
 # make check  formatting, house rules, static analysis, tests under the sanitizers, coverage, budgets
+# make alone  that each source of the daemon includes what it needs
 # make fuzz   each fuzz harness for SECONDS (60) under the sanitizers
 # make bench  the benchmarks, one table (a few minutes; BENCH="status run" for some)
 # make budgets  instructions, allocations and sizes, which do not depend on the machine
@@ -19,7 +20,7 @@ TEST_JOBS ?= $(shell echo $$(( $(JOBS) * 3 )))
 BUILD := build/release
 CTEST := ctest --output-on-failure --no-tests=error --parallel $(TEST_JOBS)
 
-.PHONY: run up test fuzz bench budgets sanitized soak years kills macos native check format format-check tidy cppcheck house asan tsan coverage build packages clean
+.PHONY: run up test fuzz bench budgets sanitized soak years kills macos native check format format-check tidy alone cppcheck house asan tsan coverage build packages clean
 
 run: build
 	scripts/as-root simulator/story/story --build $(BUILD)
@@ -39,7 +40,7 @@ build: packages
 	@flock build/lock sh -c 'cmake --preset release >/dev/null && \
 	  cmake --build $(BUILD) --parallel $(JOBS)'
 
-check: format-check house cppcheck tidy coverage tsan sanitized budgets
+check: format-check house cppcheck alone tidy coverage tsan sanitized budgets
 SOURCES := $(shell git ls-files --cached --others --exclude-standard '*.cpp' '*.h' 2>/dev/null)
 DAEMON := core|portal|account|settings|updates
 PRODUCT := $(filter-out tests/%,$(filter %.cpp,$(SOURCES)))
@@ -61,10 +62,19 @@ cppcheck: build
 # With clang's own build description. TIDY=simulator (a pattern) looks at other folders.
 TIDY ?= $(DAEMON)|platform
 tidy: packages
-	@cmake --preset tidy >/dev/null
-	@cmake --build build/tidy --parallel $(JOBS) --target precompiled >/dev/null
-	@run-clang-tidy -quiet -j $(JOBS) -p build/tidy '$(CURDIR)/($(TIDY))/.*\.cpp$$' \
-	  >build/tidy.log 2>&1 || { grep -A4 'error:' build/tidy.log; exit 1; }
+	@$(call clang_tidy,$@,(build/tidy/)?($(TIDY))/.*\.(cpp|cxx),)
+
+alone: packages
+	@$(call clang_tidy,$@,($(TIDY))/.*\.cpp,-checks='-*$(comma)bugprone-suspicious-include')
+
+comma := ,
+# Preset, pattern of the sources, options.
+define clang_tidy
+cmake --preset $(1) >/dev/null; \
+cmake --build build/$(1) --parallel $(JOBS) --target precompiled >/dev/null; \
+run-clang-tidy -quiet -j $(JOBS) -p build/$(1) $(3) '$(CURDIR)/$(2)$$' \
+  >build/$(1).log 2>&1 || { grep -A4 'error:' build/$(1).log; exit 1; }
+endef
 
 # A year takes minutes here, on paths that the tests of a day have.
 asan: build
