@@ -105,14 +105,15 @@ class Crowd : public SystemTest {
     ChannelClient kept = peer();
     ChannelClient waiting = occupyWorkQueue();
     startAll();
-    bool areReady = false;
-    for (int asked = 0; asked < kQuestions; asked += areReady ? 1 : 0) {
-      ASSERT_EQ(kept.ask(status), answer);
-      ASSERT_EQ(ask(status), answer);
-      if (areReady || !areAllReady()) continue;
-      areReady = true;
-      letPortalGo();
-    }
+    const auto askBoth = [&] { return kept.ask(status) == answer && ask(status) == answer; };
+    bool areAnswered = true;
+    EXPECT_TRUE(Eventually([&] {
+      areAnswered = askBoth();
+      return !areAnswered || areAllReady();
+    })) << "not all of them hold what they want to";
+    letPortalGo();
+    for (int asked = 0; areAnswered && asked < kQuestions; ++asked) areAnswered = askBoth();
+    ASSERT_TRUE(areAnswered);
     EXPECT_EQ(run({kKioskctl, "--json", "status"}).status, 0);
     EXPECT_TRUE(waiting.receive()) << "a command is answered as well";
   }

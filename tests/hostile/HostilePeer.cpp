@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
@@ -156,8 +157,11 @@ bool Become(unsigned user) {
 int main(int count, char** arguments) {
   if (count != 4 || !kRoles.contains(arguments[1])) return 2;
   RaiseDescriptorLimit();
+  // The folders above the Mac may be closed to the user, so the socket's is entered before.
+  const std::filesystem::path socket = arguments[3];
+  if (chdir(socket.parent_path().c_str()) != 0) return 1;
   if (!Become(static_cast<unsigned>(std::atoi(arguments[2])))) return 1;
   prctl(PR_SET_PDEATHSIG, SIGKILL);
-  kRoles.at(arguments[1])(arguments[3]);
+  kRoles.at(arguments[1])("./" + socket.filename().string());
   return 0;
 }
