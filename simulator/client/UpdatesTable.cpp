@@ -71,7 +71,7 @@ std::string YesOrNo(const Json& value) {
 std::string Hours(const Json& window) {
   const Json start = Member(window, "start");
   const Json end = Member(window, "end");
-  const std::string hours = TextCell(start) + " to " + TextCell(end);
+  std::string hours = TextCell(start) + " to " + TextCell(end);
   if (!start.is_string() || !end.is_string()) return hours;
   return hours + (start == end ? " (local time, a full day)" : " (local time)");
 }

@@ -116,7 +116,7 @@ class Cache {
     _copies = ObjectOf(manifest, "copies");
   }
 
-  ~Cache() {
+  ~Cache() {  // NOLINT(bugprone-exception-escape): without memory the program ends anyway
     if (!_changed || !_lock.valid()) return;
     constexpr mode_t kMode = 0644;
     const Json manifest = {{"executables", _executables}, {"copies", _copies}};

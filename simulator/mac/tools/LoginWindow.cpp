@@ -109,6 +109,7 @@ bool Enter(const MacTree& mac, Session& session, const std::vector<LaunchJob>& a
 
 std::vector<SessionAgent> Describe(const std::vector<JobRunner::Job>& jobs) {
   std::vector<SessionAgent> agents;
+  agents.reserve(jobs.size());
   for (const JobRunner::Job& job : jobs) {
     agents.push_back({static_cast<int>(job.number), job.label, job.pid, job.lastStatus});
   }
