@@ -61,20 +61,14 @@ cppcheck: build
 
 # With clang's own build description. TIDY=simulator (a pattern) looks at other folders.
 TIDY ?= $(DAEMON)|platform
-tidy: packages
-	@$(call clang_tidy,$@,(build/tidy/)?($(TIDY))/.*\.(cpp|cxx),)
-
-alone: packages
-	@$(call clang_tidy,$@,($(TIDY))/.*\.cpp,-checks='-*$(comma)bugprone-suspicious-include')
-
-comma := ,
-# Preset, pattern of the sources, options.
-define clang_tidy
-cmake --preset $(1) >/dev/null; \
-cmake --build build/$(1) --parallel $(JOBS) --target precompiled >/dev/null; \
-run-clang-tidy -quiet -j $(JOBS) -p build/$(1) $(3) '$(CURDIR)/$(2)$$' \
-  >build/$(1).log 2>&1 || { grep -A4 'error:' build/$(1).log; exit 1; }
-endef
+# The one check of "alone" is the one that sources compiled together cannot pass.
+alone: TIDY_OPTIONS := '-checks=-*,bugprone-suspicious-include'
+tidy alone: packages
+	@cmake --preset $@ >/dev/null
+	@cmake --build build/$@ --parallel $(JOBS) --target precompiled >/dev/null
+	@run-clang-tidy -quiet -j $(JOBS) -p build/$@ $(TIDY_OPTIONS) \
+	  '$(CURDIR)/(build/tidy/)?($(TIDY))/.*\.(cpp|cxx)$$' \
+	  >build/$@.log 2>&1 || { grep -A4 'error:' build/$@.log; exit 1; }
 
 # A year takes minutes here, on paths that the tests of a day have.
 asan: build

@@ -9,8 +9,8 @@
 #include <thread>
 
 #include "platform/simulated/Descriptor.h"
-#include "platform/simulated/JsonText.h"
 #include "platform/simulated/MacFiles.h"
+#include "platform/simulated/TextMember.h"
 
 namespace platform {
 namespace {
@@ -38,8 +38,8 @@ bool argumentsMatch(const Json& fault, const std::vector<std::string>& arguments
 
 bool matches(const Json& fault, const std::string& target,
              const std::vector<std::string>& arguments) {
-  return fault.is_object() && JsonText(fault, "target") == target && integer(fault, "times") != 0 &&
-         argumentsMatch(fault, arguments);
+  return fault.is_object() && TextMember(fault, "target") == target &&
+         integer(fault, "times") != 0 && argumentsMatch(fault, arguments);
 }
 
 /// Held while the file is read and its uses are counted.
@@ -86,8 +86,8 @@ std::optional<Fault> TakeFault(const std::string& target,
   std::this_thread::sleep_for(std::chrono::milliseconds(integer(*fault, "delayMs").value_or(0)));
   const auto effect = fault->find("effect");
   return Fault{.status = smallNumber(*fault, "status"),
-               .output = JsonText(*fault, "output"),
-               .errorOutput = JsonText(*fault, "errorOutput"),
+               .output = TextMember(*fault, "output"),
+               .errorOutput = TextMember(*fault, "errorOutput"),
                .signal = smallNumber(*fault, "signal"),
                .effect = effect != fault->end() && *effect == true};
 }

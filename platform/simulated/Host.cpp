@@ -2,8 +2,8 @@
 
 #include <sys/stat.h>
 
-#include "platform/simulated/JsonText.h"
 #include "platform/simulated/MacFiles.h"
+#include "platform/simulated/TextMember.h"
 
 namespace platform {
 namespace {
@@ -25,7 +25,7 @@ bool isA(mode_t type, const std::string& path) {
 }
 
 std::optional<std::string> bundleExecutable(const std::string& bundle, const Json& information) {
-  const std::optional<std::string> name = JsonText(information, "CFBundleExecutable");
+  const std::optional<std::string> name = TextMember(information, "CFBundleExecutable");
   if (!name) return std::nullopt;
   std::string path = bundle + "/Contents/MacOS/" + *name;
   if (!isA(S_IFREG, path)) return std::nullopt;
@@ -36,13 +36,13 @@ std::optional<std::string> bundleExecutable(const std::string& bundle, const Jso
 
 std::optional<std::string> HostComputerName() {
   const Json system = member(propertyListAt(kMacNetworkPreferences), "System");
-  return JsonText(member(system, "System"), "ComputerName");
+  return TextMember(member(system, "System"), "ComputerName");
 }
 
 std::string HostOperatingSystemVersionString() {
   const Json information = propertyListAt(kMacSystemVersion);
-  const std::optional<std::string> version = JsonText(information, "ProductVersion");
-  const std::optional<std::string> build = JsonText(information, "ProductBuildVersion");
+  const std::optional<std::string> version = TextMember(information, "ProductVersion");
+  const std::optional<std::string> build = TextMember(information, "ProductBuildVersion");
   if (!version || !build) return "Version Unknown";
   return "Version " + *version + " (Build " + *build + ")";
 }
@@ -51,7 +51,7 @@ std::optional<HostBundle> HostBundleAt(const std::string& path) {
   if (!isA(S_IFDIR, path)) return std::nullopt;
   const Json information = propertyListAt(path + "/Contents/Info.plist");
   return HostBundle{.executablePath = bundleExecutable(path, information),
-                    .shortVersion = JsonText(information, "CFBundleShortVersionString")};
+                    .shortVersion = TextMember(information, "CFBundleShortVersionString")};
 }
 
 }  // namespace platform

@@ -1,8 +1,8 @@
 #include "platform/simulated/Requirement.h"
 
 #include "platform/Json.h"
-#include "platform/simulated/JsonText.h"
 #include "platform/simulated/Limits.h"
+#include "platform/simulated/TextMember.h"
 
 namespace platform {
 namespace {
@@ -156,9 +156,9 @@ class Evaluation {
 std::optional<Signature> ParseSignature(const std::string& contents) {
   const Json object = Json::parse(contents, nullptr, false);
   if (!object.is_object()) return std::nullopt;
-  return Signature{.anchor = JsonText(object, "anchor").value_or(""),
-                   .identifier = JsonText(object, "identifier").value_or(""),
-                   .team = JsonText(object, "team").value_or("")};
+  return Signature{.anchor = TextMember(object, "anchor").value_or(""),
+                   .identifier = TextMember(object, "identifier").value_or(""),
+                   .team = TextMember(object, "team").value_or("")};
 }
 
 std::optional<bool> EvaluateRequirement(std::string_view requirement,

@@ -60,4 +60,9 @@ std::string ErrorText(const std::string& code) {
   return std::string(row->sentence) + " (" + code + ")";
 }
 
+std::string ProblemText(const Json& reply, const char* key) {
+  const std::optional<std::string> code = ReplyString(reply, key);
+  return code ? ErrorText(*code) : "none";
+}
+
 }  // namespace client

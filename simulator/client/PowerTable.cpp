@@ -43,11 +43,6 @@ std::string Source(const Json& reply) {
   return source == "default" ? "built-in default" : source;
 }
 
-std::string PolicyProblem(const Json& reply) {
-  const std::optional<std::string> code = ReplyString(reply, "error");
-  return code ? ErrorText(*code) : "none";
-}
-
 }  // namespace
 
 std::string PowerTable(const Json& reply) {
@@ -59,7 +54,7 @@ std::string PowerTable(const Json& reply) {
     rows.push_back({row.label, Cell(organisation, row), Cell(terminal, row), Cell(inForce, row)});
   }
   rows.push_back({"Source", Source(reply)});
-  rows.push_back({"Problem", PolicyProblem(reply)});
+  rows.push_back({"Problem", ProblemText(reply, "error")});
   return Columns(rows);
 }
 

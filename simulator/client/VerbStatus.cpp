@@ -40,11 +40,6 @@ std::string ExtraHosts(const Json& reply, const char* key) {
   return list.empty() ? "-" : list;
 }
 
-std::string Problem(const Json& reply, const char* key) {
-  const std::optional<std::string> code = ReplyString(reply, key);
-  return code ? ErrorText(*code) : "none";
-}
-
 struct StatusRow {
   const char* label;
   const char* key;
@@ -61,7 +56,7 @@ constexpr StatusRow kStatusRows[] = {
     {"E-mail login", "email", SignIn},
     {"Extra hosts", "extraHosts", ExtraHosts},
     {"Kiosk session", "kioskSession", Flag},
-    {"Problem", "error", Problem},
+    {"Problem", "error", ProblemText},
 };
 
 ExitStatus RunStatus(Session& session) {

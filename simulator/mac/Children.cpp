@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "simulator/mac/Descriptor.h"
+#include "simulator/mac/SignalWaiter.h"
 
 namespace simmac {
 namespace {
@@ -76,6 +77,18 @@ void AdoptOrphans() { (void)prctl(PR_SET_CHILD_SUBREAPER, 1); }
 void CollectChildren(const std::function<void(pid_t, int)>& ended) {
   int status = 0;
   for (pid_t pid; (pid = waitpid(-1, &status, WNOHANG)) > 0;) ended(pid, status);
+}
+
+int WaitForChild(pid_t child, SignalWaiter& signals, const std::function<void(int)>& onSignal) {
+  std::optional<int> status;
+  while (!status) {
+    const std::optional<int> signal = signals.wait(std::nullopt);
+    if (signal && *signal != SIGCHLD) onSignal(*signal);
+    CollectChildren([child, &status](pid_t pid, int waitStatus) {
+      if (pid == child) status = ExitStatus(waitStatus);
+    });
+  }
+  return *status;
 }
 
 void KillChildren(int proc) {

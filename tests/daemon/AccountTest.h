@@ -9,10 +9,6 @@
 #include "tests/daemon/MacTest.h"
 
 inline constexpr char kAccount[] = "BrindlexKiosk";
-inline constexpr char kHome[] = "/Users/BrindlexKiosk";
-inline constexpr char kPreferencesFolder[] = "/Users/BrindlexKiosk/Library/Preferences";
-inline constexpr char kSetupAssistant[] =
-    "/Users/BrindlexKiosk/Library/Preferences/com.apple.SetupAssistant.plist";
 inline constexpr char kSysadminctl[] = "/usr/sbin/sysadminctl";
 inline constexpr char kDseditgroup[] = "/usr/sbin/dseditgroup";
 inline constexpr char kCreatehomedir[] = "/usr/sbin/createhomedir";

@@ -4,6 +4,7 @@
 
 #include "account/KioskAutoLogin.h"
 #include "platform/PropertyList.h"
+#include "tests/daemon/EncodedPassword.h"
 #include "tests/daemon/MacTest.h"
 
 namespace {
@@ -21,13 +22,6 @@ std::string Decoded(std::string bytes) {
     bytes[at] = static_cast<char>(bytes[at] ^ kKey[at % kKey.size()]);
   }
   return bytes;
-}
-
-std::string Encoded(const std::string& password) {
-  std::string encoded(KcPasswordEncodedLength(password.size()), 'x');
-  KcPasswordEncode(reinterpret_cast<const unsigned char*>(password.data()), password.size(),
-                   reinterpret_cast<unsigned char*>(encoded.data()));
-  return encoded;
 }
 
 const ToolRun kRead{kDefaults, {"read", kDomain, "autoLoginUser"}, 0};
@@ -66,11 +60,11 @@ TEST(KcPassword, HasTheLengthOfTheNextMultipleOfTwelve) {
 }
 
 TEST(KcPassword, EncodesAnEmptyPasswordAsTheKey) {
-  EXPECT_EQ(Encoded(""), "\x7D\x89\x52\x23\xD2\xBC\xDD\xEA\xA3\xB9\x1F\x7D");
+  EXPECT_EQ(EncodedPassword(""), "\x7D\x89\x52\x23\xD2\xBC\xDD\xEA\xA3\xB9\x1F\x7D");
 }
 
 TEST(KcPassword, PadsInBlocksOfTwelveWhileTheKeyRepeatsEveryEleven) {
-  const std::string encoded = Encoded("twelve bytes");
+  const std::string encoded = EncodedPassword("twelve bytes");
   ASSERT_EQ(encoded.size(), 24U);
   EXPECT_EQ(Decoded(encoded), std::string("twelve bytes") + std::string(12, '\0'));
   EXPECT_EQ(static_cast<unsigned char>(encoded[11]), 0x7D ^ 's');
@@ -80,12 +74,12 @@ TEST(KcPassword, PadsInBlocksOfTwelveWhileTheKeyRepeatsEveryEleven) {
 TEST(KcPassword, ZeroFollowsEveryPasswordOnceDecoded) {
   for (std::size_t length = 0; length < 50; ++length) {
     const std::string password(length, 'p');
-    EXPECT_STREQ(Decoded(Encoded(password)).c_str(), password.c_str());
+    EXPECT_STREQ(Decoded(EncodedPassword(password)).c_str(), password.c_str());
   }
 }
 
 TEST(KcPassword, EncodesBytesBeyondAscii) {
-  EXPECT_STREQ(Decoded(Encoded("pässwörd \U0001F600")).c_str(), "pässwörd \U0001F600");
+  EXPECT_STREQ(Decoded(EncodedPassword("pässwörd \U0001F600")).c_str(), "pässwörd \U0001F600");
 }
 
 TEST_F(KioskAutoLoginTest, FindsNoUserWhenNoneIsSet) {
@@ -119,7 +113,7 @@ TEST_F(KioskAutoLoginTest, TakesAFailedReadForNone) {
 
 TEST_F(KioskAutoLoginTest, EnablesWithFileAndPreference) {
   EXPECT_TRUE(KioskEnableAutoLogin(kPassword));
-  EXPECT_EQ(mac.read(kPasswordFile), Encoded(kPassword));
+  EXPECT_EQ(mac.read(kPasswordFile), EncodedPassword(kPassword));
   EXPECT_EQ(mac.read(kPasswordFile).size(), 36U);
   EXPECT_EQ(mac.modeAndOwner(kPasswordFile), "0600 0:0");
   EXPECT_EQ(user(), "BrindlexKiosk");
@@ -131,7 +125,7 @@ TEST_F(KioskAutoLoginTest, EnablesWithFileAndPreference) {
 TEST_F(KioskAutoLoginTest, EnablesAgainWithANewPassword) {
   EXPECT_TRUE(KioskEnableAutoLogin("the old password"));
   EXPECT_TRUE(KioskEnableAutoLogin(kPassword));
-  EXPECT_EQ(mac.read(kPasswordFile), Encoded(kPassword));
+  EXPECT_EQ(mac.read(kPasswordFile), EncodedPassword(kPassword));
   EXPECT_EQ(user(), "BrindlexKiosk");
   EXPECT_EQ(mac.journal(), (std::vector<ToolRun>{kReadNothing, kWrite, kRead, kWrite}));
 }
@@ -181,7 +175,7 @@ TEST_F(KioskAutoLoginTest, SaysThatThePreferenceCouldNotBeWritten) {
   EXPECT_FALSE(KioskEnableAutoLogin(kPassword));
   EXPECT_EQ(mac.log(),
             (std::vector<LogLine>{{"Error", "defaults write exited 1: Could not write domain"}}));
-  EXPECT_EQ(mac.read(kPasswordFile), Encoded(kPassword)) << "the file is written first";
+  EXPECT_EQ(mac.read(kPasswordFile), EncodedPassword(kPassword)) << "the file is written first";
 }
 
 TEST_F(KioskAutoLoginTest, DisablesPreferenceAndFile) {

@@ -16,7 +16,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kLibrary[] = "/Users/BrindlexKiosk/Library";
 constexpr char kSystemVersion[] = "/System/Library/CoreServices/SystemVersion.plist";
 constexpr char kNotItsOwn[] =
     "/Users/BrindlexKiosk/Library/Preferences is not a real directory the kiosk account owns";

@@ -1,13 +1,12 @@
 // Network adapters and proxies.
 #include "platform/NetworkPreferences.h"
 #include "platform/PropertyList.h"
+#include "platform/simulated/MacFiles.h"
 #include "settings/KioskNet.h"
 #include "settings/KioskProxy.h"
 #include "tests/daemon/SettingsTest.h"
 
 namespace {
-
-constexpr char kPreferences[] = "/Library/Preferences/SystemConfiguration/preferences.plist";
 
 /// Services: en0, enabled, with DNS settings; en1, enabled, without DNS; bridge0, disabled.
 class Network : public SettingsTest {
@@ -15,12 +14,12 @@ class Network : public SettingsTest {
   Network() { unlock(); }
 
   Json preferences() const {
-    return platform::PropertyListParse(mac.read(kPreferences)).value_or(Json());
+    return platform::PropertyListParse(mac.read(platform::kMacNetworkPreferences)).value_or(Json());
   }
 
   void writePreferences(const Json& value) const {
     std::string error;
-    mac.write(kPreferences,
+    mac.write(platform::kMacNetworkPreferences,
               *platform::PropertyListWrite(value, platform::PropertyListFormat::kXml, error));
   }
 

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "platform/Clock.h"
+#include "platform/simulated/MacFiles.h"
 #include "tests/daemon/DaemonTest.h"
 
 namespace {
@@ -15,7 +16,6 @@ constexpr char kCreateHome[] = "/usr/sbin/createhomedir";
 constexpr char kCode[] = "ABCDEFGH";
 constexpr char kPollCall[] = "GET /api/kiosk/pair/ABCDEFGH";
 constexpr char kRestartLine[] = "enrolled: restarting into kiosk mode in 10 s";
-constexpr char kNetworkPreferences[] = "/Library/Preferences/SystemConfiguration/preferences.plist";
 
 const Json kNotClaimed = {{"ok", true}, {"paired", false}};
 
@@ -74,7 +74,7 @@ TEST_F(Pairing, RegistersTheMacWithThePortal) {
 }
 
 TEST_F(Pairing, RegistersAMacWithoutNameUnderAnEmptyOne) {
-  mac.remove(kNetworkPreferences);
+  mac.remove(platform::kMacNetworkPreferences);
   startDaemon();
   begin();
   ASSERT_EQ(portal.requests(kPairCall).size(), 1U);

@@ -13,7 +13,7 @@
 
 #include "platform/PropertyList.h"
 #include "platform/simulated/MacFiles.h"
-#include "tests/faults/EncodedPassword.h"
+#include "tests/daemon/EncodedPassword.h"
 #include "tests/system/EnrolledTest.h"
 
 namespace {

@@ -13,7 +13,7 @@
 #include "platform/PropertyList.h"
 #include "portal/KioskBranding.h"
 #include "portal/KioskHttp.h"
-#include "tests/faults/EncodedPassword.h"
+#include "tests/daemon/EncodedPassword.h"
 
 namespace {
 
@@ -22,7 +22,6 @@ namespace fs = std::filesystem;
 using Errors = std::vector<std::string>;
 
 constexpr gid_t kStaff = 20;
-constexpr char kLibrary[] = "/Users/BrindlexKiosk/Library";
 constexpr char kPhotoPath[] = "/api/kiosk/branding/photos/";
 constexpr char kLoginWindowFile[] = "/Library/Preferences/com.apple.loginwindow.plist";
 constexpr char kProgram[] = "/Applications/Brindlex.app/Contents/MacOS/Brindlex";

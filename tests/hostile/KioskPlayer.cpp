@@ -14,15 +14,12 @@
 #include <random>
 #include <utility>
 
+#include "tests/support/MacPaths.h"
+
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kPlayersHome[] = "/Users/BrindlexKiosk";
-constexpr char kLibrary[] = "/Users/BrindlexKiosk/Library";
-constexpr char kPreferences[] = "/Users/BrindlexKiosk/Library/Preferences";
-constexpr char kAssistantFile[] =
-    "/Users/BrindlexKiosk/Library/Preferences/com.apple.SetupAssistant.plist";
 constexpr char kTemporary[] =
     "/Users/BrindlexKiosk/Library/Preferences/.com.apple.SetupAssistant.plist.tmp.";
 constexpr unsigned kManyFiles = 200;
@@ -38,11 +35,11 @@ class Player {
   explicit Player(pid_t daemon)
       : _places{kLibrary,
                 kLibrary,
-                kPreferences,
-                kPreferences,
-                kAssistantFile,
+                kPreferencesFolder,
+                kPreferencesFolder,
+                kSetupAssistant,
                 kTemporary + std::to_string(daemon),
-                std::string(kPlayersHome) + "/.Library.tmp." + std::to_string(daemon),
+                std::string(kHome) + "/.Library.tmp." + std::to_string(daemon),
                 std::string(kLibrary) + "/.Preferences.tmp." + std::to_string(daemon),
                 "/private/tmp/state.json",
                 "/Users/Shared/Library",
@@ -137,19 +134,19 @@ class Player {
   }
 
   void changeModes() {
-    static constexpr std::array<const char*, 4> kOwn{kPlayersHome, kLibrary, kPreferences,
-                                                     kAssistantFile};
+    static constexpr std::array<const char*, 4> kOwn{kHome, kLibrary, kPreferencesFolder,
+                                                     kSetupAssistant};
     static constexpr std::array<mode_t, 4> kModes{0, 0777, 07777, 0500};
     const char* path = kOwn[pick(kOwn.size())];
     static_cast<void>(chmod(path, kModes[pick(kModes.size())]));
     linger();
-    static_cast<void>(chmod(path, path == kAssistantFile ? 0600 : 0700));
+    static_cast<void>(chmod(path, path == kSetupAssistant ? 0600 : 0700));
   }
 
   // The link and the folder change places at once: there is always one of them.
   void exchangeForALink() {
-    const std::string folder = pick(2) == 0 ? kPreferences : kLibrary;
-    const std::string other = std::string(kPlayersHome) + "/other";
+    const std::string folder = pick(2) == 0 ? kPreferencesFolder : kLibrary;
+    const std::string other = std::string(kHome) + "/other";
     if (symlink(target(), other.c_str()) != 0) return;
     for (unsigned i = 0; i < kExchanges; ++i) {
       static_cast<void>(
@@ -187,7 +184,7 @@ bool BecomeTheUser(const std::string& root, uid_t uid, gid_t gid) {
 
 const std::vector<std::string>& PlacesOfPlay() {
   static const std::vector<std::string> places{
-      kPlayersHome,
+      kHome,
       "/Users/Shared",
       "/private/tmp",
       "/private/var/tmp",

@@ -18,7 +18,6 @@ using contract::Eventually;
 using Texts = std::vector<std::string>;
 
 constexpr char kIdentifier[] = "com.brindlex.stream";
-constexpr char kRequirement[] = "identifier \"com.brindlex.stream\"";
 
 class Channel : public contract::World {
  protected:
@@ -173,7 +172,7 @@ TEST_F(Channel, TakesNoMoreMessagesWhileManyRepliesAreOwed) {
 }
 
 TEST_F(Channel, DeliversFromAPeerThatSatisfiesTheRequirement) {
-  _service->requirement = kRequirement;
+  _service->requirement = contract::kRequirement;
   _service->listen();
   ChannelClient client;
   EXPECT_EQ(client.request("trusted").get(), "trusted");
@@ -182,7 +181,7 @@ TEST_F(Channel, DeliversFromAPeerThatSatisfiesTheRequirement) {
 
 TEST_F(Channel, DeliversNothingFromAPeerThatFailsTheRequirement) {
   if (!signClient("com.other")) GTEST_SKIP() << "signed once and for all";
-  _service->requirement = kRequirement;
+  _service->requirement = contract::kRequirement;
   _service->listen();
   ChannelClient client;
   client.send("a");

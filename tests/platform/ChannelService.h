@@ -13,6 +13,8 @@
 
 namespace contract {
 
+inline constexpr char kRequirement[] = "identifier \"com.brindlex.stream\"";
+
 /// Answers a request by its own "text", unless it holds the messages it gets. The members that set
 /// it up are for before listen().
 class ChannelService : public std::enable_shared_from_this<ChannelService> {

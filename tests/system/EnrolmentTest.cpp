@@ -92,7 +92,12 @@ TEST_F(EnrolmentTest, WaitsADayWhenThePortalHasForgottenIt) {
   state["tokenUnknownSince"] = state["tokenUnknownSince"].get<double>() - 86'500;
   halt();
   mac.writeState(state);
+  // The session is there before the daemon hears of it, lest it is opened in the middle.
+  portal.admin({"misbehave", "refuse"});
   boot();
+  ASSERT_TRUE(Eventually([this] { return sessionIsOpen(); })) << timeline();
+  portal.admin({"misbehave", "none"});
+  checkInNow();
   expectTornDown();
 }
 

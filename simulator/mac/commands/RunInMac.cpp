@@ -24,19 +24,6 @@ std::optional<MacUser> FindUser(const MacTree& mac, const std::string& text) {
   return mac.userNamed(text.empty() ? "root" : text);
 }
 
-/// Waits for the command, which hears of it when simmac is told to end.
-int WaitFor(pid_t command, SignalWaiter& signals) {
-  std::optional<int> status;
-  while (!status) {
-    const std::optional<int> signal = signals.wait(std::nullopt);
-    if (signal && *signal != SIGCHLD) (void)kill(command, *signal);
-    CollectChildren([command, &status](pid_t pid, int waitStatus) {
-      if (pid == command) status = ExitStatus(waitStatus);
-    });
-  }
-  return *status;
-}
-
 }  // namespace
 
 int RunInMac(const std::string& root, const RunOptions& options) {
@@ -60,7 +47,9 @@ int RunInMac(const std::string& root, const RunOptions& options) {
   AdoptOrphans();
   const pid_t command = Spawn(request);
   if (command <= 1) return Refuse("No process can be started.");
-  const int status = WaitFor(command, signals);
+  // The command hears of it when simmac is told to end.
+  const int status =
+      WaitForChild(command, signals, [command](int signal) { (void)kill(command, signal); });
   KillChildren(proc.get());
   return status;
 }

@@ -21,18 +21,6 @@ namespace {
   _exit(status);
 }
 
-int WaitForChild(pid_t child, SignalWaiter& signals) {
-  std::optional<int> status;
-  while (!status) {
-    const std::optional<int> signal = signals.wait(std::nullopt);
-    if (signal && *signal != SIGCHLD && child > 1) (void)kill(child, SIGTERM);
-    CollectChildren([child, &status](pid_t pid, int waitStatus) {
-      if (pid == child) status = ExitStatus(waitStatus);
-    });
-  }
-  return *status;
-}
-
 }  // namespace
 
 int Guard(const std::function<int()>& work) {
@@ -51,7 +39,9 @@ int Guard(const std::function<int()>& work) {
     return 1;
   }
   if (child == 0) RunGuarded(work, guardian);
-  const int status = WaitForChild(child, signals);
+  const int status = WaitForChild(child, signals, [child](int) {
+    if (child > 1) (void)kill(child, SIGTERM);
+  });
   KillChildren(proc.get());
   return status;
 }

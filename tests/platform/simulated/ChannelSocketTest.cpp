@@ -35,7 +35,6 @@ using contract::ChannelService;
 using contract::Service;
 
 constexpr auto& kSocket = Service::kSocket;
-constexpr char kAppRequirement[] = "identifier \"com.brindlex.stream\"";
 constexpr std::uint8_t kMessage = 1;
 constexpr std::uint8_t kRequest = 2;
 
@@ -146,7 +145,7 @@ TEST_F(ChannelSocket, TakesTheLongestFrameAndAnswersIt) {
 class ChannelRequirement : public ChannelSocket {
  protected:
   void expectKeptOut() {
-    _service->requirement = kAppRequirement;
+    _service->requirement = contract::kRequirement;
     _service->listen();
     const PeerSide client(kSocket);
     EXPECT_TRUE(client.write(request(1, "a") + request(2, "b")));
@@ -209,7 +208,7 @@ TEST_F(ChannelRequirement, ReportsAMalformedRequirement) {
 
 TEST_F(ChannelRequirement, FailsOnDemand) {
   setFaults(R"([{"target": "channel.setCodeSigningRequirement", "status": 13}])");
-  _service->requirement = kAppRequirement;
+  _service->requirement = contract::kRequirement;
   _service->activates = false;
   _service->listen();
   const PeerSide client(kSocket);

@@ -7,7 +7,7 @@
 
 /// The encoded form of `password`.
 inline std::string EncodedPassword(const std::string& password) {
-  std::string encoded(KcPasswordEncodedLength(password.size()), '\0');
+  std::string encoded(KcPasswordEncodedLength(password.size()), 'x');
   KcPasswordEncode(reinterpret_cast<const unsigned char*>(password.data()), password.size(),
                    reinterpret_cast<unsigned char*>(encoded.data()));
   return encoded;

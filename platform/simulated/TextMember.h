@@ -10,7 +10,7 @@ namespace platform {
 
 /// The text under `key`; nothing when `object` is none, does not have it or has no text there. Any
 /// thread.
-inline std::optional<std::string> JsonText(const Json& object, const char* key) {
+inline std::optional<std::string> TextMember(const Json& object, const char* key) {
   if (!object.is_object()) return std::nullopt;
   const auto found = object.find(key);
   if (found == object.end() || !found->is_string()) return std::nullopt;
