@@ -1,5 +1,7 @@
 #include "platform/simulated/ChannelConnection.h"
 
+#include <sys/socket.h>
+
 #include <asio/buffer.hpp>
 #include <asio/dispatch.hpp>
 #include <asio/post.hpp>
@@ -62,10 +64,7 @@ void ChannelPeer::Impl::send(const ChannelReply& reply) {
   const std::shared_ptr<ChannelReply::Impl>& impl = reply.impl();
   if (impl->connection != this || impl->sent.exchange(true)) return;
   std::optional<std::string> bytes = EncodeReply(impl->number, impl->entries);
-  if (!bytes) return cancel();  // a peer must not wait for a reply that cannot be sent
-  asio::dispatch(ChannelNetwork(), [self = shared_from_this(), text = std::move(*bytes)]() mutable {
-    self->enqueue(std::move(text));
-  });
+  if (!bytes || !write(std::move(*bytes))) return cancel();  // a peer must not wait in vain
   impl->pending->release();
 }
 
@@ -131,25 +130,35 @@ bool ChannelPeer::Impl::stalled() const {
   return _pendingMessages >= kMaximumPendingMessages || _pendingBytes >= kMaximumPendingBytes;
 }
 
-void ChannelPeer::Impl::enqueue(std::string bytes) {
-  if (_closed) return;
-  if (_output.empty() && !sendAtOnce(bytes)) return close();
-  if (bytes.empty()) return;
-  if (bytes.size() > kMaximumUnsentBytes - _unsentBytes) return close();
+// On the sender's thread, so that what a command does next finds its reply gone out already, be it
+// the end of this process.
+bool ChannelPeer::Impl::write(std::string bytes) {
+  const std::lock_guard lock(_sending);
+  if (_cancelled || !_socket.is_open()) return true;
+  if (_output.empty() && !sendAtOnce(bytes)) return false;
+  if (bytes.empty()) return true;
+  if (bytes.size() > kMaximumUnsentBytes - _unsentBytes) return false;
   _unsentBytes += bytes.size();
   _output.push_back(std::move(bytes));
-  if (_output.size() == 1) sendNext();
+  if (_output.size() > 1) return true;
+  asio::post(ChannelNetwork(), [self = shared_from_this()] { self->sendNext(); });
+  return true;
 }
 
-// As a rule the peer's buffer has room, and nothing is left to wait for.
+// As a rule the peer's buffer has room, and nothing is left to wait for. Not by the socket object,
+// which the network's thread may be using.
 bool ChannelPeer::Impl::sendAtOnce(std::string& bytes) {
-  std::error_code error;
-  const std::size_t count = _socket.write_some(asio::buffer(bytes), error);
-  bytes.erase(0, count);
-  return !error || error == asio::error::would_block;
+  const ssize_t count = RetryInterrupted([&] {
+    return ::send(_socket.native_handle(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+  });
+  if (count < 0) return errno == EAGAIN;
+  bytes.erase(0, static_cast<std::size_t>(count));
+  return true;
 }
 
 void ChannelPeer::Impl::sendNext() {
+  const std::lock_guard lock(_sending);
+  if (_closed) return;
   asio::async_write(_socket, asio::buffer(_output.front()),
                     [self = shared_from_this()](const std::error_code& error, std::size_t) {
                       self->finishWrite(error);
@@ -158,20 +167,26 @@ void ChannelPeer::Impl::sendNext() {
 
 void ChannelPeer::Impl::finishWrite(const std::error_code& error) {
   if (error) close();
-  if (_closed) {
-    _output.clear();
-    return;
+  if (_closed) return;
+  bool more = false;
+  {
+    const std::lock_guard lock(_sending);
+    _unsentBytes -= _output.front().size();
+    _output.pop_front();
+    more = !_output.empty();
   }
-  _unsentBytes -= _output.front().size();
-  _output.pop_front();
-  if (!_output.empty()) sendNext();
+  if (more) sendNext();
 }
 
 void ChannelPeer::Impl::close() {
   if (_closed) return;
   _closed = true;
-  std::error_code ignored;  // the descriptor is gone whatever close says
-  _socket.close(ignored);
+  {
+    const std::lock_guard lock(_sending);
+    std::error_code ignored;  // the descriptor is gone whatever close says
+    _socket.close(ignored);
+    _output.clear();
+  }
   _ticket.reset();
   _input = std::string();
   asio::post(ChannelNetwork(), [self = shared_from_this()] { self->handleEnd(); });

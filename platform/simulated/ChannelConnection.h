@@ -51,8 +51,8 @@ struct ChannelReply::Impl {
   std::atomic<bool> sent = false;
 };
 
-/// One connection. Input, output and the handler's calls happen on the network's thread. From
-/// activate() until it is closed, the connection owns itself.
+/// One connection. Input, the handler's calls and what did not fit into the peer's buffer at once
+/// are the network thread's. From activate() until it is closed, the connection owns itself.
 struct ChannelPeer::Impl : std::enable_shared_from_this<ChannelPeer::Impl> {
  public:
   using Handler = std::function<void(const ChannelPeerEvent&)>;
@@ -78,14 +78,17 @@ struct ChannelPeer::Impl : std::enable_shared_from_this<ChannelPeer::Impl> {
   void takeFrames();
   void takeFrame(Frame frame);
   bool stalled() const;
-  void enqueue(std::string bytes);
-  /// Takes what could be sent off `bytes`; false when the connection is broken.
-  bool sendAtOnce(std::string& bytes);
   void sendNext();
   void finishWrite(const std::error_code& error);
   void close();
   void handle(const ChannelPeerEvent& event);
   void handleEnd();
+
+  /// Sends now what the peer's buffer takes and leaves the rest to the network's thread; false when
+  /// the connection is broken or its peer does not read. Any thread.
+  bool write(std::string bytes);
+  /// Takes what could be sent off `bytes`; false when the connection is broken. _sending is held.
+  bool sendAtOnce(std::string& bytes);
 
   const PeerIdentity _identity;
   std::atomic<bool> _activated = false;
@@ -95,7 +98,11 @@ struct ChannelPeer::Impl : std::enable_shared_from_this<ChannelPeer::Impl> {
   std::mutex _mutex;
   std::shared_ptr<Handler> _handler;  ///< guarded by _mutex
 
-  // Used on the network's thread only.
+  std::mutex _sending;              ///< held while the socket is written to or closed
+  std::deque<std::string> _output;  ///< guarded by _sending; the first is being written
+  std::size_t _unsentBytes = 0;     ///< guarded by _sending
+
+  // Used on the network's thread only, but for the socket's descriptor, which _sending guards.
   asio::local::stream_protocol::socket _socket;
   std::unique_ptr<ConnectionTicket> _ticket;
   std::shared_ptr<Impl> _self;
@@ -104,8 +111,6 @@ struct ChannelPeer::Impl : std::enable_shared_from_this<ChannelPeer::Impl> {
   std::string _input;
   std::size_t _pendingMessages = 0;
   std::size_t _pendingBytes = 0;
-  std::deque<std::string> _output;  ///< the first is being written
-  std::size_t _unsentBytes = 0;
 };
 
 }  // namespace platform

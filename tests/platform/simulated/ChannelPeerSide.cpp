@@ -1,9 +1,11 @@
 #include "tests/platform/simulated/ChannelPeerSide.h"
 
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <utility>
 
@@ -31,6 +33,8 @@ PeerSide::PeerSide(const std::string& path) : _socket(socket(AF_UNIX, SOCK_STREA
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+  const timeval patience{.tv_sec = 60, .tv_usec = 0};
+  (void)setsockopt(_socket, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
   if (connect(_socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) close();
 }
 
@@ -68,9 +72,9 @@ std::optional<std::string> PeerSide::readFrame() const {
 
 bool PeerSide::isClosed() const {
   char byte = 0;
-  while (recv(_socket, &byte, 1, 0) > 0) {
-  }
-  return true;
+  ssize_t count = 1;
+  while (count > 0) count = recv(_socket, &byte, 1, 0);
+  return count == 0 || errno != EAGAIN;  // which is what comes of waiting in vain
 }
 
 }  // namespace contract

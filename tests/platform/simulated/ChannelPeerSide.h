@@ -13,7 +13,8 @@ std::string FrameBytes(std::uint8_t kind, std::uint32_t number, const std::strin
 /// "key NUL value NUL".
 std::string Entry(const std::string& key, const std::string& value);
 
-/// A connection to a Unix socket. Not connected when that failed.
+/// A connection to a Unix socket. Not connected when that failed. Whoever waits for the other side
+/// does so for a minute at most.
 class PeerSide {
  public:
   explicit PeerSide(const std::string& path);
@@ -25,11 +26,11 @@ class PeerSide {
 
   /// Sends all bytes; false when the other side has closed.
   bool write(const std::string& bytes) const;
-  /// Reads exactly so many bytes, or nothing when the other side has closed before.
+  /// Reads exactly so many bytes, or nothing when they do not come.
   std::optional<std::string> read(std::size_t count) const;
-  /// Waits for the next frame: what stands after its length. Nothing when the other side closes.
+  /// Waits for the next frame: what stands after its length. Nothing when it does not come.
   std::optional<std::string> readFrame() const;
-  /// Waits until the other side has closed.
+  /// Waits until the other side has closed; false when it does not.
   bool isClosed() const;
   void close();
 

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <asio/post.hpp>
 #include <atomic>
 #include <cerrno>
 #include <filesystem>
@@ -17,6 +18,7 @@
 #include <vector>
 
 #include "platform/Channel.h"
+#include "platform/simulated/ChannelNetwork.h"
 #include "tests/platform/ChannelService.h"
 #include "tests/platform/simulated/ChannelPeerSide.h"
 #include "tests/platform/simulated/SimulatedRoot.h"
@@ -117,6 +119,22 @@ TEST_F(ChannelSocket, CutsRepliesAtTheirFirstZeroByte) {
   _service->holds = false;
   ASSERT_TRUE(client.write(request(10, "b")));
   EXPECT_EQ(client.readFrame(), reply(10, "b"));
+}
+
+TEST_F(ChannelSocket, SendsAReplyBeforeTheSenderGoesOn) {
+  _service->holds = true;
+  _service->listen();
+  const PeerSide client(kSocket);
+  ASSERT_TRUE(client.write(request(1, "now")));
+  ASSERT_TRUE(Eventually([this] { return _service->texts().size() == 1; }));
+  std::promise<void> mayGoOn;
+  asio::post(ChannelNetwork(), [held = mayGoOn.get_future().share()] { held.wait(); });
+  {
+    const std::lock_guard lock(_service->mutex);
+    ChannelService::answer(_service->peer(0), _service->held[0]);
+  }
+  EXPECT_EQ(client.readFrame(), reply(1, "now")) << "though the network's thread is held up";
+  mayGoOn.set_value();
 }
 
 TEST_F(ChannelSocket, EndsAConnectionThatBreaksTheRules) {
