@@ -106,9 +106,15 @@ Json SystemTest::machineStatus() const {
 }
 
 pid_t SystemTest::daemonPid() const {
-  const Json status = machineStatus();
-  const Json daemons = status.is_object() ? status.value("daemons", Json()) : Json();
-  return daemons.is_object() ? daemons.value("com.brindlex.stream.kioskd", -1) : -1;
+  pid_t pid = -1;
+  // It may answer before launchd has told that it runs.
+  EXPECT_TRUE(Eventually([&] {
+    const Json status = machineStatus();
+    const Json daemons = status.is_object() ? status.value("daemons", Json()) : Json();
+    pid = daemons.is_object() ? daemons.value("com.brindlex.stream.kioskd", -1) : -1;
+    return pid > 1;
+  })) << timeline();
+  return pid;
 }
 
 void SystemTest::killDaemon() const {

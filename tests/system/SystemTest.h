@@ -58,9 +58,9 @@ class SystemTest : public testing::Test {
   /// Runs a command inside the Mac.
   Finished run(const std::vector<std::string>& command, const std::string& user = "root") const;
   Json machineStatus() const;
-  /// The daemon's process id, or -1 when it does not run.
+  /// The daemon's process id; -1, and a failure, when none runs for a minute.
   pid_t daemonPid() const;
-  /// Kills the daemon, if it runs; launchd starts it anew, and it checks in at once.
+  /// Kills the daemon; launchd starts it anew, and it checks in at once.
   void killDaemon() const;
 
   /// A peer of the command channel that carries the application's signature.
