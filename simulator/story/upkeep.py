@@ -12,7 +12,7 @@ from technician import PASSWORD
 DISPLAY_NAME, SUBTITLE, TENANT = "Brindlex Lobby", "Welcome", "tenant-7"
 BEFORE_NOW, AFTER_NOW = datetime.timedelta(minutes=5), datetime.timedelta(minutes=90)
 UPDATE = {"label": "macOS Sonoma 14.7-23H124", "title": "macOS Sonoma 14.7", "version": "14.7",
-          "build": "23H124", "size": 1520555, "action": "restart", "duration-ms": 6000}
+          "build": "23H124", "size": 1520555, "action": "restart", "duration-ms": 9000}
 SOFTWARE_UPDATE = "/usr/sbin/softwareupdate"
 INSTALL = (SOFTWARE_UPDATE, "-i", "-a", "--agree-to-license")
 RETRY_MINUTES, MOVED_MINUTES = 15, 16

@@ -135,12 +135,7 @@ void Child::signal(int number) const {
 std::string Child::errorsSoFar() const { return ContentOf(_errors); }
 
 bool Child::says(const std::string& text) const {
-  const auto giveUp = std::chrono::steady_clock::now() + kPatience;
-  while (errorsSoFar().find(text) == std::string::npos) {
-    if (std::chrono::steady_clock::now() > giveUp) return false;
-    (void)poll(nullptr, 0, kPollMilliseconds);
-  }
-  return true;
+  return Eventually([&] { return errorsSoFar().find(text) != std::string::npos; });
 }
 
 void Child::type(const std::string& text) const {
@@ -174,6 +169,15 @@ ChildResult Child::wait() {
   result.errors = ContentOf(_errors);
   result.echo = _echo;
   return result;
+}
+
+bool Eventually(const std::function<bool()>& isSo) {
+  const auto giveUp = std::chrono::steady_clock::now() + kPatience;
+  while (!isSo()) {
+    if (std::chrono::steady_clock::now() > giveUp) return false;
+    (void)poll(nullptr, 0, kPollMilliseconds);
+  }
+  return true;
 }
 
 ChildResult RunChild(const ChildSetup& setup) { return Child(setup).wait(); }

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -66,6 +67,9 @@ class Child {
   std::string _terminalText;
   std::string _echo;
 };
+
+/// Waits until something is so; false after a minute.
+bool Eventually(const std::function<bool()>& isSo);
 
 /// Starts a child and waits for its end.
 ChildResult RunChild(const ChildSetup& setup);

@@ -1,11 +1,9 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <thread>
 
 #include "simulator/client/Reply.h"
 #include "tests/client/ChannelTest.h"
@@ -56,13 +54,11 @@ class KioskApp : public ChannelTest {
   }
 
   static Json nextLineOf(const std::string& path, const std::string& before) {
-    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    std::string text = contentOf(path);
-    while ((text.size() <= before.size() || text.back() != '\n') &&
-           std::chrono::steady_clock::now() < giveUp) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    std::string text;
+    EXPECT_TRUE(Eventually([&] {
       text = contentOf(path);
-    }
+      return text.size() > before.size() && text.back() == '\n';
+    }));
     EXPECT_EQ(text.substr(0, before.size()), before);
     return Json::parse(text.substr(before.size()), nullptr, false);
   }
@@ -135,7 +131,7 @@ TEST_F(KioskApp, RecordsNoStatusWhenTheDaemonGivesNone) {
 TEST_F(KioskApp, GoesWhenToldToWhileItStillWaits) {
   script({StaysSilent()});
   Child child(setup());
-  while (requests().empty()) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  EXPECT_TRUE(Eventually([this] { return !requests().empty(); }));
   EXPECT_EQ(terminate(child).status, 0);
   EXPECT_FALSE(std::filesystem::exists(logPath()));
 }
@@ -149,11 +145,7 @@ TEST_F(KioskApp, WritesToStandardErrorWhereItHasNoLog) {
                                std::to_string(getsid(0)) + R"(,"status":null,"uid":)" +
                                std::to_string(getuid()) + "}\n" +
                                R"({"outcome":"no_answer","report":"idle"})" + "\n";
-  const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (child.errorsSoFar().size() < expected.size() &&
-         std::chrono::steady_clock::now() < giveUp) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
+  EXPECT_TRUE(Eventually([&] { return child.errorsSoFar().size() >= expected.size(); }));
   const ChildResult result = terminate(child);
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.errors, expected);
@@ -178,9 +170,10 @@ TEST_F(KioskApp, ReportsToADaemonThatWasStartedAnew) {
   script({Replies(R"({"ok":true})")});
   Child child(setup());
   EXPECT_EQ(nextSessionLine()["outcome"], "ok");
-  const std::string before = sessionLog();
   script({Replies(R"({"ok":false,"error":"starting"})")});
-  EXPECT_EQ(nextSessionLine(before), Json({{"report", "signed-in"}, {"outcome", "starting"}}));
+  const Json expected = {{"report", "signed-in"}, {"outcome", "starting"}};
+  // A report while there is no daemon may stand before it.
+  EXPECT_TRUE(Eventually([&] { return sessionLog().ends_with(expected.dump() + "\n"); }));
   EXPECT_EQ(terminate(child).status, 0);
 }
 

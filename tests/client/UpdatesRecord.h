@@ -3,10 +3,7 @@
 
 #include <signal.h>
 
-#include <chrono>
-#include <functional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "simulator/client/Reply.h"
@@ -48,16 +45,6 @@ inline std::string Record(const Json& changes) {
         {"window", {{"start", "02:00"}, {"end", "05:00"}, {"days", {0, 1, 2, 3, 4, 5, 6}}}}}}};
   if (changes.is_object()) record.update(changes);
   return record.dump();
-}
-
-/// Waits until something is so; false after a minute.
-inline bool Eventually(const std::function<bool()>& isSo) {
-  const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-  while (!isSo()) {
-    if (std::chrono::steady_clock::now() > giveUp) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
-  return true;
 }
 
 class UpdatesTest : public ChannelTest {

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
@@ -16,6 +17,9 @@
 namespace {
 
 constexpr int kCallStop = SIGTRAP | 0x80;
+
+// Asleep, because who never sleeps is the last to run on a busy machine.
+constexpr std::chrono::microseconds kBetweenLooks{50};
 
 // The flags with which the call makes a process; 0 when it is another call.
 std::uint64_t FlagsOf(pid_t thread, const __ptrace_syscall_info& info) {
@@ -71,7 +75,7 @@ void ChildlessProcess::watch() {
         handleStop(thread, status);
       }
     }
-    std::this_thread::yield();
+    std::this_thread::sleep_for(kBetweenLooks);
   }
 }
 

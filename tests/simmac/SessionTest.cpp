@@ -27,6 +27,10 @@ class Session : public SimulatedMacTest {
     EXPECT_EQ(mac.simmac("set", {"auto-login", "kiosk", "correct horse battery"}).status, 0);
     (void)mac.boot({"--throttle", "0"});
     EXPECT_TRUE(Eventually([&] { return mac.report("agent").size() == 1; })) << mac.timeline();
+    // The login window tells of its agents once they run.
+    EXPECT_TRUE(Eventually([&] {
+      return mac.run({"/bin/launchctl", "print", "gui/502/agent"}).status == 0;
+    })) << mac.timeline();
   }
 
   static bool agentIsGone(const TestMac& mac) {

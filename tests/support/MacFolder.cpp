@@ -85,6 +85,12 @@ void MacFolder::write(const std::string& path, const std::string& content, mode_
   chmod(at(path).c_str(), mode);
 }
 
+void MacFolder::replace(const std::string& path, const std::string& content, mode_t mode) const {
+  const std::string fresh = path + ".new";
+  write(fresh, content, mode);
+  std::filesystem::rename(at(fresh), at(path));
+}
+
 struct stat MacFolder::info(const std::string& path) const {
   struct stat result = {};
   if (lstat(at(path).c_str(), &result) != 0) return {};
@@ -112,13 +118,13 @@ std::vector<std::string> MacFolder::list(const std::string& path) const {
 
 Json MacFolder::state() const { return readJson(kStateFile); }
 
-void MacFolder::writeState(const Json& state) const { write(kStateFile, state.dump(), 0600); }
+void MacFolder::writeState(const Json& state) const { replace(kStateFile, state.dump(), 0600); }
 
 void MacFolder::addFault(const Json& fault) const {
   Json faults = readJson(kFaultsFile);
   if (!faults.is_array()) faults = Json::array();
   faults.push_back(fault);
-  write(kFaultsFile, faults.dump());
+  replace(kFaultsFile, faults.dump(), 0644);
 }
 
 void MacFolder::clearFaults() const { remove(kFaultsFile); }
@@ -127,7 +133,8 @@ std::vector<ToolRun> MacFolder::journal() const {
   std::vector<ToolRun> runs;
   std::istringstream lines(read(kJournalFile));
   for (std::string line; std::getline(lines, line);) {
-    const Json entry = Json::parse(line);
+    const Json entry = Json::parse(line, nullptr, false);
+    if (entry.is_discarded() && lines.eof()) break;  // a tool is writing it
     runs.push_back({entry["tool"], entry["arguments"], entry["status"]});
   }
   return runs;

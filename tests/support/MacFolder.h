@@ -46,6 +46,8 @@ class MacFolder {
   Json readJson(const std::string& path) const;
   /// Writes a file, and makes the folders on its path.
   void write(const std::string& path, const std::string& content, mode_t mode = 0644) const;
+  /// Puts a new file in the place of another at once, for what programs may be reading.
+  void replace(const std::string& path, const std::string& content, mode_t mode) const;
   /// What lstat says of an entry; all zero when there is none.
   struct stat info(const std::string& path) const;
   /// Permission bits, owner and group as text: "0600 0:0".

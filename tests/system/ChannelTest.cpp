@@ -51,11 +51,11 @@ TEST_F(SystemChannelTest, AnswersStatusWhileAPortalRequestHangs) {
   portal.admin(
       {"misbehave", "slow", "--delay-ms", "20000", "--path", "/api/kiosk/pair", "--times", "1"});
   ChannelClient waiting = peer();
+  const auto start = std::chrono::steady_clock::now();
   waiting.sendFrame(kMessageWithReply, 1, {{"request", R"({"cmd": "pair.begin"})"}});
   // Once the tools of pair.begin have run, the work queue waits for the portal.
   ASSERT_TRUE(Eventually([&] { return mac.countRuns("/usr/bin/defaults", {"read"}) > 0; }));
   EXPECT_EQ(ask(status)["ok"], true);
-  const auto start = std::chrono::steady_clock::now();
   const auto late = waiting.receive();
   ASSERT_TRUE(late);
   EXPECT_EQ(Json::parse(late->dictionary.at("response")),

@@ -33,7 +33,8 @@ class EnrolmentTest : public SystemTest {
     EXPECT_FALSE(mac.exists(kPasswordFile));
     EXPECT_FALSE(mac.exists("/Users/BrindlexKiosk"));
     EXPECT_FALSE(sessionIsOpen());
-    EXPECT_EQ(ask({{"cmd", "status"}})["enrolled"], 0);
+    // It is published behind the state.
+    EXPECT_TRUE(Eventually([this] { return ask({{"cmd", "status"}})["enrolled"] == 0; }));
   }
 
   // The check-in that a start makes at once tells the daemon what the portal has decided.
@@ -48,6 +49,7 @@ TEST_F(EnrolmentTest, RestartsIntoTheKioskAndIsTornDownWhenRevoked) {
   EXPECT_EQ(mac.modeAndOwner(kPasswordFile), "0600 0:0");
   EXPECT_EQ(mac.state()["terminalName"], "Lobby");
 
+  mac.clearFaults();
   EXPECT_EQ(ask({{"cmd", "restart.now"}}), (Json{{"ok", true}}));
   ASSERT_TRUE(Eventually([this] { return lastSession().is_object(); })) << timeline();
   const Json session = lastSession();

@@ -31,6 +31,7 @@ class LinksTest : public SystemTest {
   Json pairUp() {
     const Json begun = ask({{"cmd", "pair.begin"}});
     const std::string code = begun.value("code", "");
+    preventRestart();
     portal.admin({"claim", code, "--name", "Lobby"});
     return ask({{"cmd", "pair.check"}, {"code", code}});
   }

@@ -90,6 +90,12 @@ void SystemTest::boot() {
     return ask({{"cmd", "status"}})["ok"] == true;
   })) << timeline()
       << mac.read("/private/var/log/com.brindlex.stream.kioskd.stderr.log");
+  _killed = -1;
+  // launchd tells what it has started, and who signs in, after the daemon may have answered.
+  ASSERT_TRUE(Eventually([this] {
+    const Json status = machineStatus();
+    return status.is_object() && status.value("login", false);
+  })) << timeline();
 }
 
 void SystemTest::halt() { _machine.reset(); }
@@ -107,20 +113,20 @@ Json SystemTest::machineStatus() const {
 
 pid_t SystemTest::daemonPid() const {
   pid_t pid = -1;
-  // It may answer before launchd has told that it runs.
+  // A new daemon may answer before launchd has told of it.
   EXPECT_TRUE(Eventually([&] {
     const Json status = machineStatus();
     const Json daemons = status.is_object() ? status.value("daemons", Json()) : Json();
     pid = daemons.is_object() ? daemons.value("com.brindlex.stream.kioskd", -1) : -1;
-    return pid > 1;
+    return pid > 1 && pid != _killed;
   })) << timeline();
   return pid;
 }
 
 void SystemTest::killDaemon() const {
-  const pid_t pid = daemonPid();
+  _killed = daemonPid();
   // Anything else would be a signal to a whole group, or to every process there is.
-  if (pid > 1) kill(pid, SIGKILL);
+  if (_killed > 1) kill(_killed, SIGKILL);
 }
 
 ChannelClient SystemTest::peer() const { return ChannelClient(mac.at(kSocket)); }
@@ -128,11 +134,16 @@ ChannelClient SystemTest::peer() const { return ChannelClient(mac.at(kSocket)); 
 void SystemTest::enrol(const std::string& name) {
   const Json begun = ask({{"cmd", "pair.begin"}});
   ASSERT_EQ(begun["ok"], true) << begun;
+  preventRestart();
   const std::string code = begun["code"];
   portal.admin({"claim", code, "--name", name});
   const Json checked = ask({{"cmd", "pair.check"}, {"code", code}});
   ASSERT_EQ(checked.value("provisioned", false), true)
       << checked << mac.read("/private/var/log/com.brindlex.stream.kioskd.stderr.log");
+}
+
+void SystemTest::preventRestart() const {
+  mac.addFault({{"target", "/sbin/shutdown"}, {"status", 1}});
 }
 
 bool SystemTest::kioskAccountExists() const { return mac.exists(kAccountRecord); }

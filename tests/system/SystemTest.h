@@ -47,7 +47,7 @@ class SystemTest : public testing::Test {
   SystemTest();
   ~SystemTest() override;
 
-  /// Boots the Mac and waits until the daemon answers.
+  /// Boots the Mac and waits until the daemon answers and it is decided who signs in.
   void boot();
   /// Switches it off.
   void halt();
@@ -58,7 +58,8 @@ class SystemTest : public testing::Test {
   /// Runs a command inside the Mac.
   Finished run(const std::vector<std::string>& command, const std::string& user = "root") const;
   Json machineStatus() const;
-  /// The daemon's process id; -1, and a failure, when none runs for a minute.
+  /// The process id of the daemon, of the new one once killDaemon() has killed another; -1, and a
+  /// failure, when none runs for a minute.
   pid_t daemonPid() const;
   /// Kills the daemon; launchd starts it anew, and it checks in at once.
   void killDaemon() const;
@@ -68,8 +69,11 @@ class SystemTest : public testing::Test {
   /// Sends a request as root and returns the reply; null when none comes.
   Json ask(const Json& request) const { return peer().ask(request); }
 
-  /// Pairs the terminal under this name, up to the reply that says provisioned.
+  /// Pairs the terminal under this name, up to the reply that says provisioned; the restart that
+  /// should follow is prevented.
   void enrol(const std::string& name);
+  /// Lets the restart that follows a pairing fail, which would come in the middle of a test.
+  void preventRestart() const;
   bool kioskAccountExists() const;
 
   PortalProcess portal;
@@ -78,4 +82,5 @@ class SystemTest : public testing::Test {
  private:
   SanitizedHelper _helper;
   std::unique_ptr<Child> _machine;
+  mutable pid_t _killed = -1;
 };

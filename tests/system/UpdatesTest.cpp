@@ -15,7 +15,7 @@ constexpr char kSystemLabel[] = "macOS Sonoma 14.7-23H124";
 constexpr char kToolsLabel[] = "Command Line Tools for Xcode-16.0";
 
 // Long enough to be found at work; it can be halted as long as a test likes.
-constexpr int kInstallMs = 2000;
+constexpr int kInstallMs = 10'000;
 
 const Json kOk = {{"ok", true}};
 const Json kBusy = {{"ok", false}, {"error", "busy"}};
@@ -235,6 +235,7 @@ TEST_F(UpdatesSystemTest, InstallAtTheTerminalWhileTheDaemonServesOn) {
 }
 
 TEST_F(UpdatesSystemTest, InstallByThemselvesInTheirWindowAndRestartTheMacOnce) {
+  halt();  // a check-in before the restart would have the window
   offer({SystemUpdate(0)});
   openWindow();
   EXPECT_FALSE(hasSystem("14.7"));
@@ -275,6 +276,7 @@ TEST_F(UpdatesSystemTest, InstallAfterADaemonThatWasKilledWhileItInstalled) {
   token = unlock();
   EXPECT_EQ(mac.state(), before);
   EXPECT_EQ(updates(token)["installing"], false);
+  offer({SystemUpdate(0)});
   EXPECT_EQ(send("os.install", token), kOk);
   EXPECT_TRUE(Eventually([this] { return isRecorded(); }));
   EXPECT_EQ(recordWithoutTime(), restartRun);
@@ -288,6 +290,7 @@ TEST_F(UpdatesSystemTest, AreTriedAgainInTheirWindowWhenTheDaemonWasKilledMeanwh
   const pid_t tool = awaitInstaller();
   signal(tool, SIGSTOP);
   EXPECT_EQ(windowDone(), "");
+  offer({SystemUpdate(0)});
   replaceDaemon();
   EXPECT_TRUE(Eventually([this] { return !windowDone().empty(); }));
   EXPECT_EQ(recordWithoutTime(), restartRun);

@@ -29,7 +29,7 @@ class UrlSessionOfTheMac : public contract::SimulatedRoot {
   }
 
   UrlSession _session{
-      {.requestTimeoutSeconds = 1, .resourceTimeoutSeconds = 3, .maximumBodyBytes = 64 * 1024}};
+      {.requestTimeoutSeconds = 60, .resourceTimeoutSeconds = 120, .maximumBodyBytes = 64 * 1024}};
 };
 
 TEST_F(UrlSessionOfTheMac, HonoursTheProxyOfTheEnvironment) {
