@@ -6,8 +6,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <fstream>
-#include <optional>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,11 +19,13 @@
 
 class ChannelTest : public testing::Test {
  protected:
-  /// Starts the daemon, instead of one that was started before.
+  /// Starts the daemon, in the place of one that was started before: one of them can be reached all
+  /// the while, as launchd's socket can.
   void script(std::vector<ScriptStep> steps) {
-    _daemon.reset();
-    (void)unlink(channel().c_str());  // there is none the first time
-    _daemon.emplace(channel(), std::move(steps));
+    const std::string fresh = channel() + ".new";
+    auto daemon = std::make_unique<ScriptedDaemon>(fresh, std::move(steps));
+    ASSERT_EQ(rename(fresh.c_str(), channel().c_str()), 0);
+    _daemon = std::move(daemon);
   }
   std::string channel() const { return _folder.path("socket"); }
   std::vector<std::string> requests() const { return _daemon->requests(); }
@@ -57,5 +60,5 @@ class ChannelTest : public testing::Test {
 
  private:
   TemporaryFolder _folder;
-  std::optional<ScriptedDaemon> _daemon;
+  std::unique_ptr<ScriptedDaemon> _daemon;
 };

@@ -171,15 +171,6 @@ ChildResult Child::wait() {
   return result;
 }
 
-bool Eventually(const std::function<bool()>& isSo) {
-  const auto giveUp = std::chrono::steady_clock::now() + kPatience;
-  while (!isSo()) {
-    if (std::chrono::steady_clock::now() > giveUp) return false;
-    (void)poll(nullptr, 0, kPollMilliseconds);
-  }
-  return true;
-}
-
 ChildResult RunChild(const ChildSetup& setup) { return Child(setup).wait(); }
 
 ChildSetup Kioskctl(const std::string& channel, const std::vector<std::string>& arguments) {

@@ -3,10 +3,11 @@
 
 #include <sys/types.h>
 
-#include <functional>
 #include <map>
 #include <string>
 #include <vector>
+
+#include "tests/support/Eventually.h"
 
 /// How a child ended.
 struct ChildResult {
@@ -67,9 +68,6 @@ class Child {
   std::string _terminalText;
   std::string _echo;
 };
-
-/// Waits until something is so; false after a minute.
-bool Eventually(const std::function<bool()>& isSo);
 
 /// Starts a child and waits for its end.
 ChildResult RunChild(const ChildSetup& setup);

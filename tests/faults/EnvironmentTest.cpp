@@ -43,16 +43,6 @@ class Disk {
 
 class EnvironmentTest : private OwnMounts, public SystemTest {
  protected:
-  /// Enrols the terminal, as far as that goes; the reply to "pair.check".
-  Json tryToEnrol() const {
-    const Json begun = ask({{"cmd", "pair.begin"}});
-    EXPECT_EQ(begun["ok"], true) << begun;
-    const std::string code = begun.value("code", "");
-    preventRestart();
-    portal.admin({"claim", code, "--name", "Lobby"});
-    return ask({{"cmd", "pair.check"}, {"code", code}});
-  }
-
   Json tryAgain() const { return ask({{"cmd", "pair.check"}, {"code", ""}}); }
 
   void expectRefused(const Json& reply, const std::string& error) const {
@@ -83,7 +73,7 @@ TEST_F(EnvironmentTest, InstallsTheLaunchAgentOnceItsDiskHasRoom) {
   const std::string filler = std::string(kAgents) + "/filler";
   mac.write(filler, std::string(1 << 20, 'x'));
   const std::string line = std::string("cannot write ") + kAgentName + ": No space left on device";
-  expectRefused(tryToEnrol(), "launch_agent_failed");
+  expectRefused(pair("Lobby"), "launch_agent_failed");
   EXPECT_GE(mac.countErrors(line), 1U);
   EXPECT_EQ(mac.list(kAgents), std::vector<std::string>{"filler"});
   mac.remove(filler);
@@ -95,7 +85,7 @@ TEST_F(EnvironmentTest, InstallsTheLaunchAgentOnceItsDiskCanBeWritten) {
   const Disk disk(mac.at(kAgents));
   boot();
   disk.remount(MS_RDONLY);
-  expectRefused(tryToEnrol(), "launch_agent_failed");
+  expectRefused(pair("Lobby"), "launch_agent_failed");
   EXPECT_TRUE(said(std::string("cannot create .") + kAgentName + ".tmp."));
   EXPECT_TRUE(said(std::string("cannot create .") + kAgentName + ".tmp." +
                    std::to_string(daemonPid()) + ": Read-only file system"));
@@ -109,7 +99,7 @@ TEST_F(EnvironmentTest, KeepsItsStateInMemoryWhileItsDiskCannotBeWritten) {
   boot();
   disk.remount(MS_RDONLY);
   const std::string before = mac.read(kStateFile);
-  EXPECT_EQ(tryToEnrol()["provisioned"], true);
+  EXPECT_EQ(pair("Lobby")["provisioned"], true);
   EXPECT_TRUE(said("cannot create .state.json.tmp." + std::to_string(daemonPid()) +
                    ": Read-only file system"));
   EXPECT_EQ(ask({{"cmd", "status"}})["enrolled"], 1);
@@ -126,7 +116,7 @@ TEST_F(EnvironmentTest, ProvisionsOnceThereIsMemoryForTools) {
   boot();
   {
     const ChildlessProcess childless(daemonPid());
-    expectRefused(tryToEnrol(), "account_create_failed");
+    expectRefused(pair("Lobby"), "account_create_failed");
     EXPECT_GT(childless.refusals(), 0U);
     EXPECT_EQ(mac.countErrors("sysadminctl did not start: Cannot allocate memory"), 1U);
     EXPECT_EQ(mac.countErrors("sysadminctl -addUser exited -1: "), 1U);

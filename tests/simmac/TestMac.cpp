@@ -6,13 +6,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <regex>
 #include <sstream>
-#include <thread>
 
 #include "simulator/mac/Children.h"
 #include "simulator/mac/Spawn.h"
@@ -22,7 +20,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::chrono::seconds kPatience{60};
 constexpr char kJobPath[] = "/usr/bin/test-job";
 constexpr char kTimeline[] = "/timeline.txt";
 
@@ -64,16 +61,6 @@ RunResult RunProgram(const Words& arguments) {
   fs::remove(outPath);
   fs::remove(errPath);
   return result;
-}
-
-bool Eventually(const std::function<bool()>& condition) {
-  constexpr std::chrono::milliseconds kPause{10};
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(kPause);
-  }
-  return true;
 }
 
 std::string WithoutLogPrefixes(const std::string& text) {

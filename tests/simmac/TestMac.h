@@ -4,12 +4,12 @@
 #include <gtest/gtest.h>
 #include <sys/types.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "platform/Json.h"
 #include "platform/simulated/MacFiles.h"
+#include "tests/support/Eventually.h"
 
 namespace simmac {
 
@@ -24,9 +24,6 @@ using Words = std::vector<std::string>;
 
 /// Runs a program of the host to its end.
 RunResult RunProgram(const Words& arguments);
-
-/// Polls until the condition holds; false when it does not within a generous time.
-bool Eventually(const std::function<bool()>& condition);
 
 /// A text without the time, tool, process and thread that begin its lines.
 std::string WithoutLogPrefixes(const std::string& text);

@@ -6,18 +6,13 @@
 #include <unistd.h>
 
 #include <array>
-#include <chrono>
 #include <csignal>
 #include <fstream>
 #include <sstream>
-#include <thread>
 
 extern char** environ;
 
 namespace {
-
-constexpr std::chrono::seconds kGenerousTime{60};
-constexpr std::chrono::milliseconds kPollInterval{5};
 
 pid_t Start(const std::vector<std::string>& command, int output) {
   posix_spawn_file_actions_t actions;
@@ -90,13 +85,4 @@ int Child::wait() {
   const int status = Reap(_pid);
   _pid = -1;
   return status;
-}
-
-bool Eventually(const std::function<bool()>& condition) {
-  const auto deadline = std::chrono::steady_clock::now() + kGenerousTime;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(kPollInterval);
-  }
-  return true;
 }

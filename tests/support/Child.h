@@ -3,9 +3,10 @@
 
 #include <sys/types.h>
 
-#include <functional>
 #include <string>
 #include <vector>
+
+#include "tests/support/Eventually.h"
 
 /// How a finished program ended.
 struct Finished {
@@ -37,6 +38,3 @@ class Child {
   pid_t _pid = -1;
   std::string _outputPath;
 };
-
-/// Waits until `condition` holds, asking often; false when it does not within a generous time.
-bool Eventually(const std::function<bool()>& condition);

@@ -27,15 +27,6 @@ class LinksTest : public SystemTest {
     EXPECT_TRUE(S_ISREG(mac.info(path).st_mode)) << path;
   }
 
-  // The reply to pairing up to the point where the Mac should have become a kiosk.
-  Json pairUp() {
-    const Json begun = ask({{"cmd", "pair.begin"}});
-    const std::string code = begun.value("code", "");
-    preventRestart();
-    portal.admin({"claim", code, "--name", "Lobby"});
-    return ask({{"cmd", "pair.check"}, {"code", code}});
-  }
-
   static constexpr char kVictim[] = "/private/tmp/victim";
   static constexpr char kVictimFolder[] = "/private/tmp/victims";
 };
@@ -46,7 +37,7 @@ TEST_F(LinksTest, ReplacesLinksAtTheFilesItWrites) {
   plant(kStateFile, kVictim);
   plant(kLaunchAgent, kVictim);
   plant(kPasswordFile, kVictim);
-  EXPECT_EQ(pairUp().value("provisioned", false), true);
+  EXPECT_EQ(pair("Lobby").value("provisioned", false), true);
   expectVictimUntouched();
   expectRegularFile(kStateFile);
   expectRegularFile(kLaunchAgent);
@@ -72,7 +63,7 @@ TEST_F(LinksTest, WritesNoStateThroughALinkedStateDirectory) {
 TEST_F(LinksTest, InstallsNoAgentThroughALinkedFolder) {
   boot();
   plant("/Library/LaunchAgents", kVictimFolder);
-  EXPECT_EQ(pairUp(), (Json{{"ok", false}, {"error", "launch_agent_failed"}}));
+  EXPECT_EQ(pair("Lobby"), (Json{{"ok", false}, {"error", "launch_agent_failed"}}));
   EXPECT_GE(mac.countErrors("cannot open /Library/LaunchAgents without following a link: Not a "
                             "directory"),
             1U);
@@ -83,7 +74,7 @@ TEST_F(LinksTest, WritesNoPasswordThroughALinkedFolder) {
   boot();
   std::filesystem::rename(mac.at("/private/etc"), mac.at("/private/etc-real"));
   plant("/private/etc", "etc-real");
-  EXPECT_EQ(pairUp(), (Json{{"ok", false}, {"error", "autologin_failed"}}));
+  EXPECT_EQ(pair("Lobby"), (Json{{"ok", false}, {"error", "autologin_failed"}}));
   EXPECT_FALSE(mac.exists("/private/etc-real/kcpassword"));
   expectVictimUntouched();
 }
@@ -92,7 +83,7 @@ TEST_F(LinksTest, PreparesNoHomeThroughLinksOfItsOwner) {
   boot();
   for (const char* linked : {"/Users/BrindlexKiosk/Library/Preferences",
                              "/Users/BrindlexKiosk/Library", "/Users/BrindlexKiosk"}) {
-    ASSERT_EQ(pairUp().value("provisioned", false), true) << linked;
+    ASSERT_EQ(pair("Lobby").value("provisioned", false), true) << linked;
     plant(linked, kVictimFolder);
     Json state = mac.state();
     state["provisioned"] = false;

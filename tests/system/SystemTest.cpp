@@ -131,19 +131,19 @@ void SystemTest::killDaemon() const {
 
 ChannelClient SystemTest::peer() const { return ChannelClient(mac.at(kSocket)); }
 
-void SystemTest::enrol(const std::string& name) {
+Json SystemTest::pair(const std::string& name) const {
   const Json begun = ask({{"cmd", "pair.begin"}});
-  ASSERT_EQ(begun["ok"], true) << begun;
-  preventRestart();
-  const std::string code = begun["code"];
+  EXPECT_EQ(begun["ok"], true) << begun;
+  const std::string code = begun.value("code", "");
   portal.admin({"claim", code, "--name", name});
-  const Json checked = ask({{"cmd", "pair.check"}, {"code", code}});
-  ASSERT_EQ(checked.value("provisioned", false), true)
-      << checked << mac.read("/private/var/log/com.brindlex.stream.kioskd.stderr.log");
+  mac.addFault({{"target", "/sbin/shutdown"}, {"status", 1}});
+  return ask({{"cmd", "pair.check"}, {"code", code}});
 }
 
-void SystemTest::preventRestart() const {
-  mac.addFault({{"target", "/sbin/shutdown"}, {"status", 1}});
+void SystemTest::enrol(const std::string& name) {
+  const Json checked = pair(name);
+  ASSERT_EQ(checked.value("provisioned", false), true)
+      << checked << mac.read("/private/var/log/com.brindlex.stream.kioskd.stderr.log");
 }
 
 bool SystemTest::kioskAccountExists() const { return mac.exists(kAccountRecord); }
